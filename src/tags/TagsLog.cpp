@@ -1,0 +1,3 @@
+#include "tags/TagsLog.h"
+
+Q_LOGGING_CATEGORY(lcTags, "orvelle.tags")

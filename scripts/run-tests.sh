@@ -23,4 +23,7 @@ run_suite() {
 }
 
 run_suite build
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=0:strict_string_checks=1"
+export LSAN_OPTIONS="suppressions=$source_dir/tests/sanitizers/lsan.supp:print_suppressions=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 run_suite build-asan -DORVELLE_SANITIZE=ON -DORVELLE_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=Debug

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+
+// One loaded song in the audio back end: the only playback operations the engine uses.
+//
+// Threads: every method is called on the main thread, and every signal is emitted on the main thread
+// (back ends whose library reports on a thread of its own post those reports to the main thread first).
+// A player that has been destroyed emits nothing more, so a report for a song that is no longer loaded
+// never reaches the engine.
+//
+// Units: times are seconds as double; volume is 0 (silent) to 1 (full), applied at once.
+class AudioPlayer : public QObject {
+    Q_OBJECT
+
+public:
+    using QObject::QObject;
+    ~AudioPlayer() override = default;
+
+    // Readies the output so that play() starts without delay. Called once after creation.
+    virtual void prepareToPlay() = 0;
+    // Starts or resumes.
+    virtual void play() = 0;
+    // Pauses, keeping the position.
+    virtual void pause() = 0;
+    // Stops; the player is dropped afterwards.
+    virtual void stop() = 0;
+
+    virtual void setVolume(float volume) = 0;
+
+    // The position now, read from the back end (no cached value).
+    virtual double currentTime() const = 0;
+    // Seeks. Callers clamp to 0 ... duration(); the position reads back at once.
+    virtual void setCurrentTime(double seconds) = 0;
+    // The song's length as the back end reports it; 0 when it does not know.
+    virtual double duration() const = 0;
+    // Whether audio is actually running (not paused, not finished).
+    virtual bool isPlaying() const = 0;
+
+signals:
+    // The song reached its end. `successfully` is false when it ended because of an error.
+    void finished(bool successfully);
+    // Decoding failed partway through; `description` is a readable sentence, or empty when the back end
+    // gave none. No finished() follows for the same song.
+    void decodeError(const QString& description);
+};
+
+// The outcome of opening a file: a ready player, or a readable sentence saying why not
+// (e.g. "The file isn't in a format Orvelle can play.").
+struct AudioPlayerCreation {
+    std::unique_ptr<AudioPlayer> player;
+    QString error; // set exactly when `player` is null
+};
+
+// Opens a file URL. Called on the main thread; returns within a bounded wait whatever the file is.
+using AudioPlayerFactory = std::function<AudioPlayerCreation(const QUrl& url)>;

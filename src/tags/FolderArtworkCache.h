@@ -66,6 +66,6 @@ private:
     using Result = std::shared_future<std::optional<Found>>;
 
     ScanObserver m_onScan;
-    QMutex m_mutex;                  // guards m_results only; never held during a scan
+    QMutex m_mutex;                   // guards m_results only; never held during a scan
     QHash<QString, Result> m_results; // folder path -> finished or in-flight scan
 };

@@ -1,0 +1,186 @@
+#include "FolderArtworkCache.h"
+
+#include "TagsLog.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QFileInfo>
+#include <QImage>
+#include <QImageReader>
+#include <QImageWriter>
+#include <QMutexLocker>
+#include <QPainter>
+
+#include <algorithm>
+
+namespace {
+
+// The folder's path as the cache keys it: absolute, without "." or ".." or a trailing slash.
+QString folderPath(const QUrl& folderUrl) {
+    return QDir::cleanPath(QFileInfo(folderUrl.toLocalFile()).absoluteFilePath());
+}
+
+bool hasWord(const QString& text, std::initializer_list<QLatin1StringView> words) {
+    qsizetype start = 0;
+    for (qsizetype i = 0; i <= text.size(); ++i) {
+        if (i < text.size() && text.at(i).isLetterOrNumber())
+            continue;
+        const QStringView word = QStringView(text).sliced(start, i - start);
+        if (!word.isEmpty() && std::any_of(words.begin(), words.end(), [&](auto w) { return word == w; }))
+            return true;
+        start = i + 1;
+    }
+    return false;
+}
+
+bool containsAny(const QString& text, std::initializer_list<QLatin1StringView> parts) {
+    return std::any_of(parts.begin(), parts.end(), [&](auto part) { return text.contains(part); });
+}
+
+// JPEG has no alpha: flatten transparent covers onto white rather than letting them turn black.
+QImage withoutAlpha(const QImage& image) {
+    if (!image.hasAlphaChannel())
+        return image;
+    QImage flat(image.size(), QImage::Format_RGB32);
+    flat.fill(Qt::white);
+    QPainter painter(&flat);
+    painter.drawImage(0, 0, image);
+    return flat;
+}
+
+} // namespace
+
+FolderArtworkCache::FolderArtworkCache(ScanObserver onScan)
+    : m_onScan(std::move(onScan)) {}
+
+FolderArtworkCache& FolderArtworkCache::shared() {
+    static FolderArtworkCache instance;
+    return instance;
+}
+
+const QList<QString>& FolderArtworkCache::imageExtensions() {
+    static const QList<QString> extensions{u"jpg"_qs, u"jpeg"_qs, u"png"_qs, u"gif"_qs,
+                                           u"bmp"_qs, u"tiff"_qs, u"tif"_qs, u"heic"_qs};
+    return extensions;
+}
+
+std::optional<FolderArtworkCache::Found> FolderArtworkCache::artwork(const QUrl& songUrl) {
+    if (!songUrl.isLocalFile())
+        return std::nullopt;
+    const QString folder = QFileInfo(QDir::cleanPath(songUrl.toLocalFile())).path();
+    if (auto found = lookup(QUrl::fromLocalFile(folder)))
+        return found;
+    const QString parent = QFileInfo(folder).path();
+    if (parent == folder || parent == u"/")
+        return std::nullopt;
+    return lookup(QUrl::fromLocalFile(parent));
+}
+
+std::optional<FolderArtworkCache::Found> FolderArtworkCache::lookup(const QUrl& folderUrl) {
+    const QString key = folderPath(folderUrl);
+    std::promise<std::optional<Found>> promise;
+    Result result;
+    bool scanHere = false;
+    {
+        QMutexLocker locker(&m_mutex);
+        const auto it = m_results.constFind(key);
+        if (it != m_results.constEnd()) {
+            result = *it;
+        } else {
+            // Claim the folder before scanning so that concurrent callers wait for this scan.
+            result = promise.get_future().share();
+            m_results.insert(key, result);
+            scanHere = true;
+        }
+    }
+    if (scanHere) {
+        if (m_onScan)
+            m_onScan(key);
+        promise.set_value(scan(QUrl::fromLocalFile(key)));
+    }
+    return result.get();
+}
+
+std::optional<FolderArtworkCache::Found> FolderArtworkCache::scan(const QUrl& folderUrl) {
+    for (const Candidate& candidate : candidates(folderUrl)) {
+        if (auto data = thumbnail(candidate.url))
+            return Found{*data, candidate.url};
+    }
+    return std::nullopt;
+}
+
+QList<FolderArtworkCache::Candidate> FolderArtworkCache::candidates(const QUrl& folderUrl) {
+    // Only regular files (or links to them): reading a FIFO or a device named cover.jpg would block or
+    // never end. Hidden files are listed here and skipped by name below, the same on every file system.
+    const QDir dir(folderPath(folderUrl));
+    const QFileInfoList entries = dir.entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
+    QList<Candidate> result;
+    for (const QFileInfo& entry : entries) {
+        const QString name = entry.fileName();
+        if (name.startsWith(u'.') || !entry.isFile() || !imageExtensions().contains(entry.suffix().toLower()))
+            continue;
+        result.append(
+            {QUrl::fromLocalFile(entry.absoluteFilePath()), rank(name), std::max<qint64>(entry.size(), 0)});
+    }
+    std::stable_sort(result.begin(), result.end(), [](const Candidate& a, const Candidate& b) {
+        return a.rank != b.rank ? a.rank > b.rank : a.size > b.size;
+    });
+    return result;
+}
+
+qint64 FolderArtworkCache::rank(const QString& fileName) {
+    const QString lower = fileName.toLower();
+    const qsizetype dot = lower.lastIndexOf(u'.');
+    const QString stem = dot > 0 ? lower.left(dot) : lower;
+
+    qint64 score = 20;
+    if (stem.startsWith(u"albumart_"))
+        score = 85;
+    else if (stem == u"cover" || stem == u"folder" || stem == u"front" || stem == u"album" ||
+             stem == u"albumart" || stem == u"artwork")
+        score = 90;
+    else if (stem.startsWith(u"albumart"))
+        score = 80;
+    else if (containsAny(
+                 stem, {QLatin1StringView("cover"), QLatin1StringView("front"), QLatin1StringView("folder")}))
+        score = 70;
+
+    if (stem.contains(u"large"))
+        score += 15;
+    if (containsAny(stem, {QLatin1StringView("small"), QLatin1StringView("thumb")}))
+        score -= 50;
+    if (hasWord(stem, {QLatin1StringView("back"), QLatin1StringView("disc"), QLatin1StringView("cd"),
+                       QLatin1StringView("backcover")}))
+        score -= 30;
+    return score;
+}
+
+std::optional<QByteArray> FolderArtworkCache::thumbnail(const QUrl& imageUrl, int maxPixels) {
+    QImageReader reader(imageUrl.toLocalFile());
+    reader.setAutoTransform(true);
+    // Asking the reader for the reduced size lets JPEG and PNG decode straight to it (JPEG at 1/2, 1/4 or
+    // 1/8 scale), so a huge image never exists in memory at full size. Formats that cannot decode scaled
+    // are bounded by the reader's allocation limit and fail instead of exhausting memory.
+    const QSize size = reader.size();
+    const QSize limit(maxPixels, maxPixels);
+    if (size.isValid() && (size.width() > maxPixels || size.height() > maxPixels))
+        reader.setScaledSize(size.scaled(limit, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
+    QImage image = reader.read();
+    if (image.isNull()) {
+        qCDebug(lcTags) << "cannot decode" << imageUrl.toLocalFile() << reader.errorString();
+        return std::nullopt;
+    }
+    if (image.width() > maxPixels || image.height() > maxPixels)
+        image = image.scaled(limit, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    QImageWriter writer(&buffer, "jpeg");
+    writer.setQuality(jpegQuality);
+    if (!writer.write(withoutAlpha(image))) {
+        qCDebug(lcTags) << "cannot encode" << imageUrl.toLocalFile() << writer.errorString();
+        return std::nullopt;
+    }
+    return bytes;
+}

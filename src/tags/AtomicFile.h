@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+// Whether the file being replaced must still be there when the new contents take its place.
+enum class ReplaceMode {
+    CreateOrReplace, // writing a new file is fine (playlists, session files)
+    ReplaceExisting, // a rewrite of a file read a moment ago: if it has vanished since, fail rather than
+                     // bring it back
+};
+
+// Puts `contents` in place of the file at `path` in one step, so a reader sees either the old file or the
+// new one, never a mixture, and a crash or a full disk never leaves a damaged file behind.
+//
+// The bytes go to a hidden temporary file beside the target (".<name>.tagtmp"), are flushed to disk, and
+// then take the target's place in one rename. A symbolic link is followed: the link stays a link and the
+// file it points to is replaced. The target's permission bits (and, where allowed, its owner) carry over;
+// a new file gets the usual mode for the process's umask. On any failure the temporary file is removed, the
+// target is left exactly as it was, and the system's explanation comes back (e.g. "No space left on
+// device"). Blocking; safe from any thread.
+std::optional<QString> replaceFileAtomically(const QByteArray& contents, const QString& path,
+                                             ReplaceMode mode = ReplaceMode::CreateOrReplace);

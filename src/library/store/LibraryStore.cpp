@@ -1,0 +1,405 @@
+#include "library/store/LibraryStore.h"
+
+#include "library/FileBrowser.h"
+#include "library/LibraryLog.h"
+#include "library/PlayableFiles.h"
+#include "library/PlaylistFile.h"
+#include "library/SessionFile.h"
+#include "library/TrackBatchLoader.h"
+#include "playback/PlayerEngine.h"
+#include "tags/ID3TagWriter.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QtConcurrent>
+
+#include <algorithm>
+
+namespace {
+
+// The pause between the last change of the list and the session write: a burst of edits writes once.
+constexpr std::chrono::milliseconds sessionSaveDelay{700};
+
+QString songCount(qsizetype n) {
+    return QStringLiteral("%1 %2").arg(n).arg(n == 1 ? QStringLiteral("song") : QStringLiteral("songs"));
+}
+
+QString fileName(const QUrl& url) {
+    return url.fileName();
+}
+
+// The picture a tag save writes, by where the track's artwork came from: a folder image only when the user
+// asked to embed it (read now), an embedded picture again, otherwise none.
+std::optional<QByteArray> artworkToWrite(const Track& track, bool embedFolderArtwork) {
+    switch (track.artworkSource.kind()) {
+    case ArtworkSource::Kind::Folder: {
+        if (!embedFolderArtwork)
+            return std::nullopt;
+        QFile image(track.artworkSource.imageUrl().toLocalFile());
+        if (!image.open(QIODevice::ReadOnly))
+            return std::nullopt;
+        return image.readAll();
+    }
+    case ArtworkSource::Kind::Embedded:
+        return track.artwork;
+    case ArtworkSource::Kind::None:
+        break;
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+LibraryStore::LibraryStore(QSettings* settings, AudioPlayerFactory playerFactory,
+                           SaveDestinationChooser chooser, QObject* parent)
+    : QObject(parent)
+    , m_engine(new PlayerEngine(settings, std::move(playerFactory), this))
+    , m_chooser(std::move(chooser))
+    , m_bookmarks(settings) {
+    m_sessionSaveTimer.setSingleShot(true);
+    m_sessionSaveTimer.setInterval(sessionSaveDelay);
+    connect(&m_sessionSaveTimer, &QTimer::timeout, this, &LibraryStore::writeSession);
+}
+
+LibraryStore::~LibraryStore() = default;
+
+// Field setters: each notifies only on a real change.
+
+void LibraryStore::setErrorMessage(const QString& message) {
+    if (message == m_errorMessage && message.isNull() == m_errorMessage.isNull())
+        return;
+    m_errorMessage = message;
+    emit errorMessageChanged();
+}
+
+void LibraryStore::setPendingClearConfirmation(bool pending) {
+    if (pending == m_pendingClearConfirmation)
+        return;
+    m_pendingClearConfirmation = pending;
+    emit pendingClearConfirmationChanged();
+}
+
+void LibraryStore::setPendingOpenURL(const QUrl& url) {
+    if (url == m_pendingOpenURL)
+        return;
+    m_pendingOpenURL = url;
+    emit pendingOpenURLChanged();
+}
+
+void LibraryStore::setPlaylistURL(const QUrl& url) {
+    if (url == m_playlistURL)
+        return;
+    m_playlistURL = url;
+    emit playlistURLChanged();
+}
+
+void LibraryStore::setHasUnsavedChanges(bool value) {
+    if (value == m_hasUnsavedChanges)
+        return;
+    m_hasUnsavedChanges = value;
+    emit hasUnsavedChangesChanged();
+}
+
+void LibraryStore::setImporting(bool value) {
+    if (value == m_isImporting)
+        return;
+    m_isImporting = value;
+    emit isImportingChanged();
+}
+
+void LibraryStore::setStatus(const QString& status) {
+    if (status == m_status && status.isNull() == m_status.isNull())
+        return;
+    m_status = status;
+    emit statusChanged();
+}
+
+// The one place the list changes: the engine's queue follows at once and the session save is rescheduled.
+void LibraryStore::changeTracks(QList<Track> tracks) {
+    m_tracks = std::move(tracks);
+    m_engine->setQueue(m_tracks);
+    scheduleSessionSave();
+    emit tracksChanged();
+}
+
+qsizetype LibraryStore::indexOf(const QUuid& id) const {
+    const auto it =
+        std::find_if(m_tracks.cbegin(), m_tracks.cend(), [&](const Track& t) { return t.id == id; });
+    return it == m_tracks.cend() ? -1 : it - m_tracks.cbegin();
+}
+
+QString LibraryStore::suggestedPlaylistName() const {
+    if (m_playlistURL.isEmpty())
+        return QStringLiteral("Untitled Playlist");
+    return QFileInfo(m_playlistURL.fileName()).completeBaseName();
+}
+
+QFuture<void> LibraryStore::addURLs(const QList<QUrl>& urls, std::optional<int> index) {
+    if (urls.isEmpty())
+        return QtFuture::makeReadyFuture();
+    setImporting(true);
+    for (const QUrl& url : urls)
+        rememberBookmark(url);
+    auto load = [urls] {
+        return TrackBatchLoader::loadTracksNow(TrackBatchLoader::requestsFor(collectPlayableFiles(urls)));
+    };
+    return QtConcurrent::run(TrackBatchLoader::importPool(), load)
+        .then(this, [this, index](QList<Track> loaded) {
+            if (loaded.isEmpty()) {
+                setStatus(QStringLiteral("Nothing playable in that selection."));
+                setImporting(false);
+                return;
+            }
+            // The list may have changed while the files loaded: insert into it as it is now.
+            QList<Track> tracks = m_tracks;
+            const qsizetype at = index ? std::clamp<qsizetype>(*index, 0, tracks.size()) : tracks.size();
+            const qsizetype added = loaded.size();
+            tracks.insert(at, added, Track());
+            std::move(loaded.begin(), loaded.end(), tracks.begin() + at);
+            changeTracks(std::move(tracks));
+            setHasUnsavedChanges(true);
+            setStatus(QStringLiteral("Added %1.").arg(songCount(added)));
+            setImporting(false);
+        });
+}
+
+void LibraryStore::requestOpenPlaylist(const QUrl& url) {
+    if (m_hasUnsavedChanges && !m_tracks.isEmpty()) {
+        setPendingOpenURL(url);
+        return;
+    }
+    openPlaylist(url, true);
+}
+
+void LibraryStore::confirmPendingOpen() {
+    if (m_pendingOpenURL.isEmpty())
+        return;
+    const QUrl url = m_pendingOpenURL;
+    setPendingOpenURL(QUrl());
+    openPlaylist(url, true);
+}
+
+QFuture<void> LibraryStore::openPlaylist(const QUrl& url, bool replacing) {
+    setImporting(true);
+    rememberBookmark(url);
+    rememberBookmark(QUrl::fromLocalFile(QFileInfo(url.toLocalFile()).absolutePath()));
+    const PlaylistReadResult read = PlaylistFile::readPlaylist(url);
+    if (read.error) {
+        setErrorMessage(read.error->description());
+        setImporting(false);
+        return QtFuture::makeReadyFuture();
+    }
+    return TrackBatchLoader::loadTracks(TrackBatchLoader::requestsFor(read.entries))
+        .then(this, [this, url, replacing](QList<Track> loaded) {
+            const qsizetype count = loaded.size();
+            const auto missing =
+                std::count_if(loaded.cbegin(), loaded.cend(), [](const Track& t) { return t.isMissing; });
+            if (replacing) {
+                m_engine->stop();
+                changeTracks(std::move(loaded));
+                setPlaylistURL(url);
+                setHasUnsavedChanges(false);
+            } else {
+                changeTracks(m_tracks + loaded);
+                setHasUnsavedChanges(true);
+            }
+            if (missing == 0)
+                setStatus(QStringLiteral("Opened %1.").arg(songCount(count)));
+            else
+                setStatus(QStringLiteral("Opened %1 \u2014 %2 couldn't be found on disk.")
+                              .arg(songCount(count))
+                              .arg(missing));
+            setImporting(false);
+        });
+}
+
+void LibraryStore::requestClear() {
+    if (m_tracks.isEmpty())
+        return;
+    if (m_hasUnsavedChanges)
+        setPendingClearConfirmation(true);
+    else
+        clear();
+}
+
+void LibraryStore::clear() {
+    m_engine->stop();
+    changeTracks({});
+    setPlaylistURL(QUrl());
+    setHasUnsavedChanges(false);
+    setStatus(QString());
+}
+
+void LibraryStore::save() {
+    if (m_tracks.isEmpty()) {
+        setErrorMessage(QStringLiteral("There's nothing in the playlist to save."));
+        return;
+    }
+    if (m_playlistURL.isEmpty())
+        saveAs();
+    else
+        writePlaylistTo(m_playlistURL);
+}
+
+void LibraryStore::saveAs() {
+    if (m_tracks.isEmpty()) {
+        setErrorMessage(QStringLiteral("There's nothing in the playlist to save."));
+        return;
+    }
+    const std::optional<QUrl> destination = m_chooser ? m_chooser(suggestedPlaylistName()) : std::nullopt;
+    if (!destination)
+        return;
+    writePlaylistTo(*destination);
+}
+
+void LibraryStore::writePlaylistTo(const QUrl& url) {
+    if (const auto error = PlaylistFile::writePlaylist(m_tracks, url, true)) {
+        setErrorMessage(QStringLiteral("Couldn't save %1: %2").arg(fileName(url), *error));
+        return;
+    }
+    rememberBookmark(url);
+    setPlaylistURL(url);
+    setHasUnsavedChanges(false);
+    setStatus(QStringLiteral("Saved %1.").arg(fileName(url)));
+}
+
+void LibraryStore::remove(const QSet<QUuid>& ids) {
+    if (ids.isEmpty())
+        return;
+    QList<Track> kept;
+    kept.reserve(m_tracks.size());
+    std::copy_if(m_tracks.cbegin(), m_tracks.cend(), std::back_inserter(kept),
+                 [&](const Track& t) { return !ids.contains(t.id); });
+    changeTracks(std::move(kept));
+    setHasUnsavedChanges(true);
+}
+
+void LibraryStore::moveTrack(const QUuid& id, int offset) {
+    const qsizetype from = indexOf(id);
+    const qsizetype to = from + offset;
+    if (from < 0 || to < 0 || to >= m_tracks.size())
+        return;
+    QList<Track> tracks = m_tracks;
+    tracks.swapItemsAt(from, to);
+    changeTracks(std::move(tracks));
+    setHasUnsavedChanges(true);
+}
+
+void LibraryStore::moveTrack(const QUuid& id, const QUuid& onto) {
+    if (id == onto)
+        return;
+    const qsizetype source = indexOf(id);
+    const qsizetype target = indexOf(onto);
+    if (source < 0 || target < 0)
+        return;
+    // Two changes of the list, as a drag is a removal and an insertion: the engine sees both.
+    QList<Track> tracks = m_tracks;
+    const Track dragged = tracks.takeAt(source);
+    changeTracks(tracks);
+    tracks.insert(std::min<qsizetype>(target, tracks.size()), dragged);
+    changeTracks(std::move(tracks));
+    setHasUnsavedChanges(true);
+}
+
+void LibraryStore::move(const QList<int>& fromOffsets, int toOffset) {
+    QList<bool> moving(m_tracks.size(), false);
+    for (int offset : fromOffsets) {
+        if (offset >= 0 && offset < m_tracks.size())
+            moving[offset] = true;
+    }
+    QList<Track> moved;
+    QList<Track> staying;
+    qsizetype insertAt = 0;
+    for (qsizetype i = 0; i < m_tracks.size(); ++i) {
+        if (moving[i]) {
+            moved.append(m_tracks[i]);
+        } else {
+            staying.append(m_tracks[i]);
+            if (i < toOffset)
+                ++insertAt;
+        }
+    }
+    for (qsizetype i = 0; i < moved.size(); ++i)
+        staying.insert(insertAt + i, moved[i]);
+    changeTracks(std::move(staying));
+    setHasUnsavedChanges(true);
+}
+
+void LibraryStore::setTracks(const QList<Track>& tracks) {
+    changeTracks(tracks);
+}
+
+void LibraryStore::revealInFileBrowser(const QSet<QUuid>& ids) {
+    QList<QUrl> files;
+    for (const Track& track : std::as_const(m_tracks)) {
+        if (ids.contains(track.id) && !track.isMissing)
+            files.append(track.url);
+    }
+    FileBrowser::showItems(files);
+}
+
+std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetadata& metadata,
+                                              bool embedFolderArtwork) {
+    const qsizetype index = indexOf(id);
+    if (index < 0)
+        return QStringLiteral("That track is no longer in the playlist.");
+    Track track = m_tracks[index];
+    if (track.isMissing)
+        return QStringLiteral("The file is missing, so its tags can't be written.");
+    const std::optional<QByteArray> artwork = artworkToWrite(track, embedFolderArtwork);
+    if (const auto error = ID3TagWriter::write(metadata, artwork, track.url))
+        return error->description();
+
+    track.title = metadata.title;
+    track.artist = metadata.artist;
+    track.album = metadata.album;
+    track.albumArtist = metadata.albumArtist;
+    track.trackNumber = metadata.trackNumber;
+    track.year = metadata.year;
+    track.genre = metadata.genre;
+    track.comment = metadata.comment;
+    if (embedFolderArtwork && artwork)
+        track.artworkSource = ArtworkSource::embedded();
+    QList<Track> tracks = m_tracks;
+    tracks[index] = track;
+    changeTracks(std::move(tracks));
+    setStatus(QStringLiteral("Saved tags to %1.").arg(fileName(track.url)));
+    return std::nullopt;
+}
+
+// Session persistence.
+
+QUrl LibraryStore::lastSessionURL() {
+    return SessionFile::lastSessionURL();
+}
+
+void LibraryStore::rememberBookmark(const QUrl& url) {
+    m_bookmarks.remember(url);
+}
+
+void LibraryStore::scheduleSessionSave() {
+    m_sessionCopy = m_tracks;
+    m_sessionSaveTimer.start();
+}
+
+void LibraryStore::writeSession() {
+    SessionFile::write(m_sessionCopy);
+    m_bookmarks.save();
+    emit sessionSaved();
+}
+
+QFuture<void> LibraryStore::restoreSession() {
+    m_bookmarks.restore();
+    const std::optional<QList<PlaylistEntry>> entries = SessionFile::read();
+    if (!entries)
+        return QtFuture::makeReadyFuture();
+    return TrackBatchLoader::loadTracks(TrackBatchLoader::requestsFor(*entries))
+        .then(this, [this](QList<Track> loaded) {
+            changeTracks(std::move(loaded));
+            setHasUnsavedChanges(false);
+        });
+}
+
+void LibraryStore::stopAccessingAll() {
+    m_bookmarks.stopAccessingAll();
+}

@@ -35,10 +35,11 @@ public:
         friend bool operator==(const WriteError&, const WriteError&) = default;
     };
 
-    // Rewrites the file at `url` (a local file URL) with `metadata` and, when present and not empty, `artwork`
-    // as its front cover. Reads the whole file into memory; blocking. On any error the file is untouched.
-    static std::optional<WriteError> write(const MusicMetadata& metadata, const std::optional<QByteArray>& artwork,
-                                           const QUrl& url);
+    // Rewrites the file at `url` (a local file URL) with `metadata` and, when present and not empty,
+    // `artwork` as its front cover. Reads the whole file into memory; blocking. On any error the file is
+    // untouched.
+    static std::optional<WriteError> write(const MusicMetadata& metadata,
+                                           const std::optional<QByteArray>& artwork, const QUrl& url);
 
     // The steps of write(), exposed so that each can be checked byte for byte on its own.
 
@@ -46,14 +47,16 @@ public:
     static constexpr qint64 syncsafeLimit = qint64(1) << 28;
 
     // The complete ID3v2.4 tag (header and frames, no padding), or nothing when it would reach syncsafeLimit.
-    static std::optional<QByteArray> buildTag(const MusicMetadata& metadata, const std::optional<QByteArray>& artwork);
+    static std::optional<QByteArray> buildTag(const MusicMetadata& metadata,
+                                              const std::optional<QByteArray>& artwork);
     // A UTF-8 text frame of the trimmed value; empty when the trimmed value is empty.
     static QByteArray textFrame(const char* id, const QString& value);
     // A COMM frame in language "eng" with an empty description; empty when the trimmed comment is empty.
     static QByteArray commentFrame(const QString& comment);
     // An APIC front cover with an empty description; empty when there is no image or it has no bytes.
     static QByteArray pictureFrame(const std::optional<QByteArray>& image);
-    // A frame header (identifier, syncsafe body size, no flags) followed by the body; body below syncsafeLimit.
+    // A frame header (identifier, syncsafe body size, no flags) followed by the body; body below
+    // syncsafeLimit.
     static QByteArray frame(const char* id, const QByteArray& body);
     // `n` as four bytes of seven bits each, most significant first; only the low 28 bits are kept.
     static QByteArray syncsafe(quint32 n);

@@ -1,0 +1,158 @@
+#include "services/HttpClient.h"
+
+#include "services/ServicesLog.h"
+
+#include <QCoreApplication>
+#include <QNetworkAccessManager>
+#include <QPromise>
+#include <QSslConfiguration>
+
+bool HttpReply::isOffline() const {
+    if (failure != Failure::Network)
+        return false;
+    switch (networkError) {
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::RemoteHostClosedError:
+    case QNetworkReply::HostNotFoundError:
+    case QNetworkReply::TimeoutError:
+    case QNetworkReply::SslHandshakeFailedError:
+        return true;
+    default:
+        return isNoConnection();
+    }
+}
+
+bool HttpReply::isNoConnection() const {
+    if (failure != Failure::Network)
+        return false;
+    switch (networkError) {
+    case QNetworkReply::TemporaryNetworkFailureError:
+    case QNetworkReply::NetworkSessionFailedError:
+    case QNetworkReply::BackgroundRequestNotAllowedError:
+        return true;
+    default:
+        return false;
+    }
+}
+
+HttpClient::HttpClient()
+    : m_manager(std::make_unique<QNetworkAccessManager>()) {}
+
+HttpClient::~HttpClient() = default;
+
+bool HttpClient::mayFollowRedirect(const QUrl& from, const QUrl& to) {
+    const QString target = from.resolved(to).scheme().toLower();
+    if (target == QLatin1String("https"))
+        return true;
+    return target == QLatin1String("http") && from.scheme().toLower() == QLatin1String("http");
+}
+
+namespace {
+
+// What one transfer has gathered so far; shared by the reply's signal handlers.
+struct Transfer {
+    QPromise<HttpReply> promise;
+    QByteArray body;
+    std::optional<HttpReply> abandoned; // set when we abort the transfer ourselves, with the reason
+};
+
+QString translated(const char* text) {
+    return QCoreApplication::translate("HttpClient", text);
+}
+
+void abandon(QNetworkReply* reply, Transfer& transfer, HttpReply::Failure failure,
+             QNetworkReply::NetworkError error, const QString& reason) {
+    HttpReply reasonReply;
+    reasonReply.failure = failure;
+    reasonReply.networkError = error;
+    reasonReply.errorText = reason;
+    transfer.abandoned = reasonReply;
+    transfer.body.clear();
+    reply->abort();
+}
+
+void abandonTooLarge(QNetworkReply* reply, Transfer& transfer) {
+    abandon(reply, transfer, HttpReply::Failure::TooLarge, QNetworkReply::UnknownContentError,
+            translated("The server sent a response that is too large."));
+}
+
+// Moves what has arrived into the transfer's body, giving up once it passes the cap.
+void takeBody(QNetworkReply* reply, Transfer& transfer) {
+    if (transfer.abandoned)
+        return;
+    transfer.body += reply->read(HttpClient::maxBodyBytes + 1 - transfer.body.size());
+    if (transfer.body.size() > HttpClient::maxBodyBytes)
+        abandonTooLarge(reply, transfer);
+}
+
+HttpReply replyFor(QNetworkReply* reply, Transfer& transfer) {
+    if (transfer.abandoned)
+        return *transfer.abandoned;
+    HttpReply result;
+    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (status.isValid())
+        result.status = status.toInt();
+    const QNetworkReply::NetworkError error = reply->error();
+    // Errors below 200 are the transport's own (connection, TLS, proxy, redirects); the rest are Qt's
+    // reading of an HTTP status, which the caller judges from the status itself.
+    const bool transportError = error != QNetworkReply::NoError && error < QNetworkReply::ContentAccessDenied;
+    if (transportError || (error != QNetworkReply::NoError && !result.status)) {
+        result.failure = HttpReply::Failure::Network;
+        result.networkError = error;
+        result.errorText = reply->errorString();
+        // Our transfer timeout ends a silent server by cancelling the reply; report it as the timeout it is.
+        if (error == QNetworkReply::OperationCanceledError) {
+            result.networkError = QNetworkReply::TimeoutError;
+            result.errorText = translated("The request timed out.");
+        }
+        return result;
+    }
+    if (!result.status || *result.status == 200)
+        result.body = std::move(transfer.body);
+    return result;
+}
+
+} // namespace
+
+QFuture<HttpReply> HttpClient::get(const Request& request) {
+    QNetworkRequest networkRequest(request.url);
+    for (const auto& [name, value] : request.headers)
+        networkRequest.setRawHeader(name, value);
+    networkRequest.setAttribute(QNetworkRequest::CacheLoadControlAttribute, request.cache);
+    networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                                QNetworkRequest::UserVerifiedRedirectPolicy);
+    networkRequest.setMaximumRedirectsAllowed(maxRedirects);
+    networkRequest.setTransferTimeout(timeoutMs);
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
+    networkRequest.setSslConfiguration(tls);
+
+    auto transfer = std::make_shared<Transfer>();
+    transfer->promise.start();
+    QFuture<HttpReply> future = transfer->promise.future();
+
+    QNetworkReply* reply = m_manager->get(networkRequest);
+    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, transfer] {
+        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
+        if (!transfer->abandoned && length.isValid() && length.toLongLong() > maxBodyBytes)
+            abandonTooLarge(reply, *transfer);
+    });
+    QObject::connect(reply, &QNetworkReply::readyRead, reply,
+                     [reply, transfer] { takeBody(reply, *transfer); });
+    QObject::connect(reply, &QNetworkReply::redirected, reply, [reply, transfer](const QUrl& target) {
+        if (mayFollowRedirect(reply->url(), target)) {
+            emit reply->redirectAllowed();
+            return;
+        }
+        qCWarning(lcServices) << "refusing a redirect from" << reply->url() << "to" << target;
+        abandon(reply, *transfer, HttpReply::Failure::Network, QNetworkReply::InsecureRedirectError,
+                translated("The server redirected the request to an insecure address."));
+    });
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, transfer] {
+        takeBody(reply, *transfer);
+        transfer->promise.addResult(replyFor(reply, *transfer));
+        transfer->promise.finish();
+        reply->deleteLater();
+    });
+    return future;
+}

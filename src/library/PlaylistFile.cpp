@@ -1,0 +1,326 @@
+#include "library/PlaylistFile.h"
+
+#include "library/TextDecoding.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <sys/stat.h>
+
+#include <charconv>
+#include <cmath>
+#include <map>
+
+using TextDecoding::trimmedSpacesAndTabs;
+
+namespace {
+
+// LF, VT, FF, CR, NEL and the Unicode line and paragraph separators all end a line; CR LF therefore
+// leaves an empty line between the two, which the parsers skip.
+bool isLineBreak(QChar c) {
+    const char16_t u = c.unicode();
+    return (u >= 0x0A && u <= 0x0D) || u == 0x85 || u == 0x2028 || u == 0x2029;
+}
+
+template <typename Visit> void forEachTrimmedLine(QStringView text, Visit visit) {
+    qsizetype start = 0;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (isLineBreak(text[i])) {
+            visit(trimmedSpacesAndTabs(text.sliced(start, i - start)));
+            start = i + 1;
+        }
+    }
+    visit(trimmedSpacesAndTabs(text.sliced(start)));
+}
+
+bool isAsciiDigit(QChar c) {
+    return c >= u'0' && c <= u'9';
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+// A finite decimal number written in full ("215", "-1", "3.5", "2e2"); "inf", "nan" and hexadecimal
+// forms are not numbers in a playlist.
+std::optional<double> decimalNumber(QStringView text) {
+    bool negative = false;
+    if (!text.isEmpty() && (text[0] == u'+' || text[0] == u'-')) {
+        negative = text[0] == u'-';
+        text = text.sliced(1);
+    }
+    if (text.isEmpty() || !(isAsciiDigit(text[0]) || text[0] == u'.'))
+        return std::nullopt;
+    const QByteArray bytes = text.toLatin1();
+    double value = 0;
+    const auto [end, error] = std::from_chars(bytes.constBegin(), bytes.constEnd(), value);
+    if (error != std::errc() || end != bytes.constEnd() || !std::isfinite(value))
+        return std::nullopt;
+    return negative ? -value : value;
+}
+
+// A whole decimal number with an optional sign that fits in 64 bits.
+std::optional<qint64> decimalInteger(QStringView text) {
+    bool negative = false;
+    if (!text.isEmpty() && (text[0] == u'+' || text[0] == u'-')) {
+        negative = text[0] == u'-';
+        text = text.sliced(1);
+    }
+    if (text.isEmpty())
+        return std::nullopt;
+    quint64 magnitude = 0;
+    const quint64 limit = negative ? quint64(1) << 63 : (quint64(1) << 63) - 1;
+    for (const QChar c : text) {
+        if (!isAsciiDigit(c))
+            return std::nullopt;
+        const quint64 digit = c.unicode() - u'0';
+        if (magnitude > (limit - digit) / 10)
+            return std::nullopt;
+        magnitude = magnitude * 10 + digit;
+    }
+    return negative ? qint64(0 - magnitude) : qint64(magnitude);
+}
+
+// Percent escapes decoded as UTF-8; no value when an escape is malformed or the bytes are not UTF-8.
+std::optional<QString> percentDecoded(QStringView text) {
+    const QByteArray encoded = text.toUtf8();
+    QByteArray decoded;
+    decoded.reserve(encoded.size());
+    for (qsizetype i = 0; i < encoded.size(); ++i) {
+        if (encoded[i] != '%') {
+            decoded.append(encoded[i]);
+            continue;
+        }
+        const int high = i + 2 < encoded.size() ? hexDigit(encoded[i + 1]) : -1;
+        const int low = high >= 0 ? hexDigit(encoded[i + 2]) : -1;
+        if (low < 0)
+            return std::nullopt;
+        decoded.append(char(high * 16 + low));
+        i += 2;
+    }
+    return TextDecoding::utf8(decoded);
+}
+
+bool fileExists(const QString& path) {
+    if (path.contains(QChar(0)))
+        return false;
+    struct stat info;
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0;
+}
+
+// Streams are not playlist entries: only local files are played.
+bool isStreamAddress(QStringView text) {
+    static const QString schemes[] = {"http", "https", "rtsp", "rtmp", "mms"};
+    const qsizetype colon = text.indexOf(u':');
+    if (colon <= 0)
+        return false;
+    const QStringView scheme = text.first(colon);
+    const bool remote = std::any_of(std::begin(schemes), std::end(schemes), [&](const QString& candidate) {
+        return scheme.compare(candidate, Qt::CaseInsensitive) == 0;
+    });
+    return remote && QUrl(text.toString()).isValid();
+}
+
+// Turns the path texts of one playlist into file URLs, relative to the playlist's folder.
+class EntryResolver {
+public:
+    explicit EntryResolver(QString baseFolder)
+        : m_baseFolder(std::move(baseFolder)) {}
+
+    std::optional<QUrl> resolve(QStringView text) const {
+        text = trimmedSpacesAndTabs(text);
+        if (text.isEmpty())
+            return std::nullopt;
+        if (text.startsWith(u"file://", Qt::CaseInsensitive)) {
+            const QUrl url(text.toString());
+            if (!url.isValid())
+                return std::nullopt;
+            return url.adjusted(QUrl::NormalizePathSegments);
+        }
+        if (text.size() >= 3 && text[0].isLetter() && text[1] == u':' &&
+            (text[2] == u'\\' || text[2] == u'/'))
+            return std::nullopt; // a Windows drive path means nothing here
+        if (isStreamAddress(text))
+            return std::nullopt;
+        const QString path = localPath(text);
+        // Whether the file exists only matters when a percent-decoded name could be meant instead, so
+        // most entries cost no file system call.
+        if (text.contains(u'%') && !fileExists(path)) {
+            if (const std::optional<QString> decoded = percentDecoded(text)) {
+                const QString decodedPath = localPath(*decoded);
+                if (fileExists(decodedPath))
+                    return QUrl::fromLocalFile(decodedPath);
+            }
+        }
+        return QUrl::fromLocalFile(path);
+    }
+
+private:
+    QString localPath(QStringView text) const {
+        QString path = text.toString();
+        path.replace(u'\\', u'/');
+        if (!path.startsWith(u'/'))
+            path.prepend(m_baseFolder + u'/');
+        return QDir::cleanPath(path);
+    }
+
+    QString m_baseFolder;
+};
+
+// "#EXTINF:<seconds> <attributes>,<artist> - <title>" updates the values waiting for the next path.
+void readExtinf(QStringView rest, PlaylistEntry& pending) {
+    const qsizetype comma = rest.indexOf(u',');
+    if (comma < 0)
+        return;
+    // The first space-separated word before the comma is the duration; attributes may follow it.
+    QStringView seconds = rest.first(comma);
+    qsizetype first = 0;
+    while (first < seconds.size() && seconds[first] == u' ')
+        ++first;
+    if (first < seconds.size()) {
+        const qsizetype end = seconds.indexOf(u' ', first);
+        seconds = seconds.sliced(first, (end < 0 ? seconds.size() : end) - first);
+    }
+    if (const std::optional<double> duration = decimalNumber(seconds); duration && *duration > 0)
+        pending.duration = duration;
+
+    const QStringView display = trimmedSpacesAndTabs(rest.sliced(comma + 1));
+    const qsizetype dash = display.indexOf(u" - ");
+    if (dash >= 0) {
+        pending.artist = display.first(dash).toString();
+        pending.title = display.sliced(dash + 3).toString();
+    } else if (!display.isEmpty()) {
+        pending.title = display.toString();
+    }
+}
+
+QList<PlaylistEntry> parseM3u(QStringView text, const EntryResolver& resolver) {
+    QList<PlaylistEntry> entries;
+    PlaylistEntry pending;
+    forEachTrimmedLine(text, [&](QStringView line) {
+        if (line.isEmpty())
+            return;
+        if (!line.startsWith(u'#')) {
+            if (const std::optional<QUrl> url = resolver.resolve(line)) {
+                pending.url = *url;
+                entries.append(std::move(pending));
+            }
+            pending = {};
+        } else if (line.startsWith(u"#EXTINF:", Qt::CaseInsensitive)) {
+            readExtinf(line.sliced(8), pending);
+        }
+    });
+    return entries;
+}
+
+// The number after a PLS key's name ("File12" → 12), when the key starts with that name.
+std::optional<qint64> keyNumber(QStringView key, QStringView name) {
+    if (!key.startsWith(name, Qt::CaseInsensitive))
+        return std::nullopt;
+    return decimalInteger(key.sliced(name.size()));
+}
+
+QList<PlaylistEntry> parsePls(QStringView text, const EntryResolver& resolver) {
+    std::map<qint64, QStringView> files;
+    std::map<qint64, QStringView> titles;
+    std::map<qint64, double> lengths;
+    forEachTrimmedLine(text, [&](QStringView line) {
+        const qsizetype equals = line.indexOf(u'=');
+        if (equals < 0)
+            return;
+        const QStringView key = line.first(equals);
+        const QStringView value = trimmedSpacesAndTabs(line.sliced(equals + 1));
+        if (value.isEmpty())
+            return;
+        if (const std::optional<qint64> n = keyNumber(key, u"file")) {
+            files[*n] = value;
+        } else if (const std::optional<qint64> n = keyNumber(key, u"title")) {
+            titles[*n] = value;
+        } else if (const std::optional<qint64> n = keyNumber(key, u"length")) {
+            if (const std::optional<double> seconds = decimalNumber(value))
+                lengths[*n] = *seconds;
+        }
+    });
+
+    QList<PlaylistEntry> entries;
+    entries.reserve(qsizetype(files.size()));
+    for (const auto& [n, file] : files) {
+        const std::optional<QUrl> url = resolver.resolve(file);
+        if (!url)
+            continue;
+        PlaylistEntry entry{*url, std::nullopt, std::nullopt, std::nullopt};
+        if (const auto title = titles.find(n); title != titles.end()) {
+            const qsizetype dash = title->second.indexOf(u" - ");
+            if (dash >= 0) {
+                entry.artist = title->second.first(dash).toString();
+                entry.title = title->second.sliced(dash + 3).toString();
+            } else {
+                entry.title = title->second.toString();
+            }
+        }
+        if (const auto length = lengths.find(n); length != lengths.end() && length->second > 0)
+            entry.duration = length->second;
+        entries.append(std::move(entry));
+    }
+    return entries;
+}
+
+} // namespace
+
+QString PlaylistError::description() const {
+    const QString name = url.fileName();
+    switch (kind) {
+    case Kind::Unreadable:
+        return QStringLiteral("Can't read %1. The file may be damaged or in an unsupported format.")
+            .arg(name);
+    case Kind::EmptyPlaylist:
+        return QStringLiteral("%1 doesn't list any playable local files.").arg(name);
+    }
+    return {};
+}
+
+namespace PlaylistFile {
+
+const QSet<QString>& playlistExtensions() {
+    static const QSet<QString> extensions = {"m3u", "m3u8", "pls"};
+    return extensions;
+}
+
+QString pathExtension(const QUrl& url) {
+    const QString name = url.fileName();
+    const qsizetype dot = name.lastIndexOf(u'.');
+    return dot > 0 ? name.sliced(dot + 1).toLower() : QString();
+}
+
+bool isPlaylist(const QUrl& url) {
+    return playlistExtensions().contains(pathExtension(url));
+}
+
+PlaylistReadResult readPlaylist(const QUrl& url) {
+    const auto failure = [&](PlaylistError::Kind kind) {
+        return PlaylistReadResult{{}, PlaylistError{kind, url}};
+    };
+    const QString path = QDir::cleanPath(url.toLocalFile());
+    QFile file(path);
+    if (!url.isLocalFile() || !file.open(QIODevice::ReadOnly))
+        return failure(PlaylistError::Kind::Unreadable);
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return failure(PlaylistError::Kind::Unreadable);
+
+    const QString text = TextDecoding::decodeLegacyText(bytes);
+    const EntryResolver resolver(QDir::cleanPath(path + QStringLiteral("/..")));
+    const bool pls = pathExtension(url) == u"pls" || text.contains(u"[playlist]", Qt::CaseInsensitive);
+    QList<PlaylistEntry> entries = pls ? parsePls(text, resolver) : parseM3u(text, resolver);
+    if (entries.isEmpty())
+        return failure(PlaylistError::Kind::EmptyPlaylist);
+    return {std::move(entries), std::nullopt};
+}
+
+} // namespace PlaylistFile

@@ -1,0 +1,208 @@
+#include "library/PlaylistFile.h"
+
+#include "library/TextDecoding.h"
+
+#include <QDir>
+#include <QFile>
+#include <QHash>
+#include <QSaveFile>
+#include <QVarLengthArray>
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace {
+
+QString parentFolder(const QString& cleanPath) {
+    const qsizetype slash = cleanPath.lastIndexOf(u'/');
+    return slash > 0 ? cleanPath.first(slash) : QStringLiteral("/");
+}
+
+QString joinedPath(const QString& folder, QStringView name) {
+    QString path = folder;
+    if (!path.endsWith(u'/'))
+        path += u'/';
+    return path += name;
+}
+
+std::optional<QString> realPath(const QString& path) {
+    if (path.contains(QChar(0)))
+        return std::nullopt;
+    char* resolved = ::realpath(QFile::encodeName(path).constData(), nullptr);
+    if (!resolved)
+        return std::nullopt;
+    QString result = QFile::decodeName(resolved);
+    std::free(resolved);
+    return result;
+}
+
+bool isSymbolicLink(const QString& path) {
+    struct stat info;
+    return !path.contains(QChar(0)) && ::lstat(QFile::encodeName(path).constData(), &info) == 0 &&
+           S_ISLNK(info.st_mode);
+}
+
+// Resolves symbolic links in clean absolute paths, also for paths that do not exist (the part that exists
+// is resolved). Folders are cached, so a playlist of many songs from few folders costs one lstat per song.
+class SymlinkResolver {
+public:
+    QString folder(const QString& path) {
+        if (const auto cached = m_folders.constFind(path); cached != m_folders.constEnd())
+            return *cached;
+        QString resolved;
+        if (std::optional<QString> real = realPath(path))
+            resolved = std::move(*real);
+        else if (path == u'/')
+            resolved = path;
+        else
+            resolved =
+                joinedPath(folder(parentFolder(path)), QStringView(path).sliced(path.lastIndexOf(u'/') + 1));
+        m_folders.insert(path, resolved);
+        return resolved;
+    }
+
+    QString file(const QString& path) {
+        if (path == u'/')
+            return path;
+        const QString candidate =
+            joinedPath(folder(parentFolder(path)), QStringView(path).sliced(path.lastIndexOf(u'/') + 1));
+        if (isSymbolicLink(candidate))
+            return realPath(candidate).value_or(candidate);
+        return candidate;
+    }
+
+private:
+    QHash<QString, QString> m_folders;
+};
+
+// Paths of files relative to one folder, for all the songs of one playlist.
+class RelativePaths {
+public:
+    explicit RelativePaths(const QString& folder)
+        : m_folder(m_resolver.folder(folder)) {
+        for (const QStringView part : QStringView(m_folder).tokenize(u'/', Qt::SkipEmptyParts))
+            m_folderParts.append(part);
+    }
+    RelativePaths(const RelativePaths&) = delete;
+    RelativePaths& operator=(const RelativePaths&) = delete;
+
+    // `file` is a clean absolute path.
+    std::optional<QString> of(const QString& file) {
+        const QString resolved = m_resolver.file(file);
+        QVarLengthArray<QStringView, 16> fileParts;
+        for (const QStringView part : QStringView(resolved).tokenize(u'/', Qt::SkipEmptyParts))
+            fileParts.append(part);
+        // Both paths start with the root folder, which alone is not enough to share.
+        qsizetype shared = 0;
+        while (shared < m_folderParts.size() && shared < fileParts.size() &&
+               m_folderParts[shared] == fileParts[shared])
+            ++shared;
+        if (shared == 0)
+            return std::nullopt;
+        QString relative;
+        for (qsizetype i = shared; i < m_folderParts.size(); ++i)
+            relative += QStringLiteral("../");
+        for (qsizetype i = shared; i < fileParts.size(); ++i) {
+            relative += fileParts[i];
+            relative += u'/';
+        }
+        relative.chop(1);
+        if (relative.isEmpty())
+            return std::nullopt;
+        return relative;
+    }
+
+private:
+    SymlinkResolver m_resolver;
+    QString m_folder;
+    QList<QStringView> m_folderParts; // views into m_folder
+};
+
+// The text each format writes for one track.
+struct EntryText {
+    QString path;
+    QString label;
+    QString seconds;
+};
+
+QString fileNameWithoutExtension(const QUrl& url) {
+    const QString name = url.fileName();
+    const qsizetype dot = name.lastIndexOf(u'.');
+    return dot > 0 ? name.first(dot) : name;
+}
+
+class EntryWriter {
+public:
+    EntryWriter(const QString& folder, bool relative)
+        : m_relative(relative ? std::make_unique<RelativePaths>(folder) : nullptr) {}
+
+    EntryText operator()(const Track& track) {
+        EntryText text;
+        text.path = QDir::cleanPath(track.url.toLocalFile());
+        if (m_relative) {
+            if (std::optional<QString> relative = m_relative->of(text.path))
+                text.path = std::move(*relative);
+        }
+        const QString name = track.title.isEmpty() ? fileNameWithoutExtension(track.url) : track.title;
+        QString label = track.artist.isEmpty() ? name : track.artist + QStringLiteral(" - ") + name;
+        label.replace(u'\n', u' ').replace(u'\r', u' ');
+        text.label = TextDecoding::trimmedSpacesAndTabs(label).toString();
+        // Whole seconds, truncated; -1 says "unknown" to other players.
+        const bool known = track.duration > 0 && track.duration < 9.0e18;
+        text.seconds = known ? QString::number(qint64(track.duration)) : QStringLiteral("-1");
+        return text;
+    }
+
+private:
+    std::unique_ptr<RelativePaths> m_relative;
+};
+
+QString m3uText(const QList<Track>& tracks, EntryWriter& write) {
+    QString text = QStringLiteral("#EXTM3U\n");
+    for (const Track& track : tracks) {
+        const EntryText entry = write(track);
+        text += QStringLiteral("#EXTINF:") + entry.seconds + u',' + entry.label + u'\n' + entry.path + u'\n';
+    }
+    return text;
+}
+
+QString plsText(const QList<Track>& tracks, EntryWriter& write) {
+    QString text = QStringLiteral("[playlist]\n");
+    for (qsizetype i = 0; i < tracks.size(); ++i) {
+        const EntryText entry = write(tracks[i]);
+        const QString n = QString::number(i + 1);
+        text += QStringLiteral("File") + n + u'=' + entry.path + QStringLiteral("\nTitle") + n + u'=' +
+                entry.label + QStringLiteral("\nLength") + n + u'=' + entry.seconds + u'\n';
+    }
+    text += QStringLiteral("NumberOfEntries=%1\nVersion=2\n").arg(tracks.size());
+    return text;
+}
+
+} // namespace
+
+namespace PlaylistFile {
+
+std::optional<QString> writePlaylist(const QList<Track>& tracks, const QUrl& url, bool relativePaths) {
+    const QString destination = QDir::cleanPath(url.toLocalFile());
+    EntryWriter write(parentFolder(destination), relativePaths);
+    const QString text = pathExtension(url) == u"pls" ? plsText(tracks, write) : m3uText(tracks, write);
+    const QByteArray bytes = text.toUtf8();
+
+    // QSaveFile writes beside the destination, syncs, then renames over it; it follows a symbolic link
+    // to its target and keeps the old file's permissions. Until commit() the old file is untouched.
+    QSaveFile file(destination);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
+        return file.errorString();
+    return std::nullopt;
+}
+
+std::optional<QString> relativePath(const QUrl& fileUrl, const QUrl& fromDirectory) {
+    if (!fileUrl.isLocalFile() || !fromDirectory.isLocalFile())
+        return std::nullopt;
+    RelativePaths paths(QDir::cleanPath(fromDirectory.toLocalFile()));
+    return paths.of(QDir::cleanPath(fileUrl.toLocalFile()));
+}
+
+} // namespace PlaylistFile

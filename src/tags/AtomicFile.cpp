@@ -43,7 +43,11 @@ std::optional<int> resolve(const QByteArray& path, Target& target) {
             target.path = current;
             return std::nullopt;
         }
+        if (S_ISDIR(info.st_mode))
+            return EISDIR;
         if (!S_ISLNK(info.st_mode)) {
+            if (!S_ISREG(info.st_mode))
+                return EPERM; // a device or a pipe is not a file to replace
             target = Target{current, int(info.st_uid), info.st_gid, mode_t(info.st_mode & 07777)};
             return std::nullopt;
         }

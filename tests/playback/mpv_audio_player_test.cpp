@@ -1,0 +1,221 @@
+// The libmpv player on generated files, alone and under the engine, with the null audio output.
+#include "playback/MpvAudioPlayer.h"
+#include "playback/PlayerEngine.h"
+
+#include "support/Fixtures.h"
+
+#include <QFile>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/stat.h>
+
+class MpvAudioPlayerTest : public QObject {
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+
+    QString audio(const QString& name, double seconds) {
+        const QString path = m_dir.filePath(name);
+        if (!QFile::exists(path) && !fixtures::makeAudio(path, seconds))
+            return QString();
+        return path;
+    }
+
+    static Track track(const QString& path, const QString& title = QString()) {
+        Track track;
+        track.id = QUuid::createUuid();
+        track.url = QUrl::fromLocalFile(path);
+        track.title = title;
+        return track;
+    }
+
+private slots:
+    void initTestCase() {
+        if (qEnvironmentVariableIsEmpty("ORVELLE_AUDIO_OUTPUT"))
+            qputenv("ORVELLE_AUDIO_OUTPUT", "null");
+        if (!fixtures::haveTool(QStringLiteral("ffmpeg")))
+            QSKIP("ffmpeg is needed to make the test songs");
+        QVERIFY(m_dir.isValid());
+    }
+
+    void opensEveryKindOfFile_data() {
+        QTest::addColumn<QString>("name");
+        for (const char* name : {"tone.mp3", "tone.m4a", "tone.flac", "tone.wav", "tone.aiff", "tone.caf",
+                                 "tone.alac", "tone.au", "tone.aac"})
+            QTest::addRow("%s", name) << QString::fromLatin1(name);
+    }
+
+    void opensEveryKindOfFile() {
+        QFETCH(QString, name);
+        const QString path = audio(QStringLiteral("two-seconds-") + name, 2.0);
+        QVERIFY(!path.isEmpty());
+
+        AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+
+        QVERIFY2(created.player, qPrintable(created.error));
+        QVERIFY(created.error.isEmpty());
+        QVERIFY2(qAbs(created.player->duration() - 2.0) < 0.1,
+                 qPrintable(QString::number(created.player->duration())));
+        QCOMPARE(created.player->currentTime(), 0.0);
+        QVERIFY(!created.player->isPlaying()); // opened paused
+    }
+
+    void refusesWhatItCannotPlay_data() {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("expected");
+        QTest::addRow("missing") << "missing"
+                                 << "The file doesn't exist.";
+        QTest::addRow("text named .mp3") << "text"
+                                         << "The file isn't in a format Orvelle can play.";
+        QTest::addRow("empty file") << "empty"
+                                    << "The file isn't in a format Orvelle can play.";
+        QTest::addRow("FIFO named .mp3") << "fifo"
+                                         << "It isn't a regular file.";
+        QTest::addRow("folder") << "folder"
+                                << "It isn't a regular file.";
+    }
+
+    void refusesWhatItCannotPlay() {
+        QFETCH(QString, kind);
+        const QString path = m_dir.filePath(kind + QStringLiteral(".mp3"));
+        if (kind == QLatin1String("text") || kind == QLatin1String("empty")) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            if (kind == QLatin1String("text"))
+                file.write("These are the liner notes, not a song.\n");
+        } else if (kind == QLatin1String("fifo")) {
+            QVERIFY(::mkfifo(QFile::encodeName(path).constData(), 0600) == 0 || QFile::exists(path));
+        } else if (kind == QLatin1String("folder")) {
+            QVERIFY(QDir(m_dir.path()).mkpath(path));
+        }
+
+        const AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+
+        QFETCH(QString, expected);
+        QVERIFY(!created.player);
+        QCOMPARE(created.error, expected);
+    }
+
+    void seekClampsToTheDuration() {
+        const QString path = audio(QStringLiteral("three.mp3"), 3.0);
+        QVERIFY(!path.isEmpty());
+        QSettings settings(m_dir.filePath(QStringLiteral("seek.ini")), QSettings::IniFormat);
+        PlayerEngine engine(&settings, MpvAudioPlayer::factory());
+        engine.setQueue({track(path)});
+        engine.play();
+        QVERIFY(engine.isPlaying());
+        const double duration = engine.duration();
+        QVERIFY(duration > 2.9 && duration < 3.1);
+
+        engine.seek(-5);
+        QCOMPARE(engine.currentTime(), 0.0);
+        engine.seek(1.5);
+        QCOMPARE(engine.currentTime(), 1.5);
+        QSignalSpy paused(&engine, &PlayerEngine::isPlayingChanged);
+        engine.seek(500);
+        QCOMPARE(engine.currentTime(), duration);
+
+        // The end of the only song leaves it loaded, paused and rewound.
+        QVERIFY(paused.wait(5000));
+        QVERIFY(!engine.isPlaying());
+        QVERIFY(engine.hasAudioPlayer());
+        QCOMPARE(engine.currentTime(), 0.0);
+        QCOMPARE(engine.currentIndex(), 0);
+    }
+
+    void aSongPlaysToItsEndAndTheNextStarts() {
+        const QString first = audio(QStringLiteral("first.mp3"), 1.0);
+        const QString second = audio(QStringLiteral("second.flac"), 1.0);
+        QVERIFY(!first.isEmpty() && !second.isEmpty());
+        QSettings settings(m_dir.filePath(QStringLiteral("play.ini")), QSettings::IniFormat);
+        PlayerEngine engine(&settings, MpvAudioPlayer::factory());
+        engine.setQueue({track(first), track(second)});
+        QSignalSpy indexChanged(&engine, &PlayerEngine::currentIndexChanged);
+
+        engine.play();
+        QCOMPARE(engine.currentIndex(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(engine.currentTime() > 0.3, 5000); // the ticker follows real decoding
+        QTRY_COMPARE_WITH_TIMEOUT(engine.currentIndex(), 1, 5000);
+
+        QVERIFY(engine.isPlaying());
+        QVERIFY(engine.playbackError().isNull());
+        QCOMPARE(indexChanged.count(), 2);
+    }
+
+    void unplayableSongsGiveTheirSentences_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("expected");
+        QTest::addRow("missing") << "gone.mp3"
+                                 << "gone isn't where the playlist says it is.";
+        QTest::addRow("text named .mp3") << "notes.mp3"
+                                         << "Can't play notes: The file isn't in a format Orvelle can play.";
+    }
+
+    void unplayableSongsGiveTheirSentences() {
+        QFETCH(QString, name);
+        const QString path = m_dir.filePath(name);
+        if (name == QLatin1String("notes.mp3")) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("Track 1: an overture\nTrack 2: a reprise\n");
+        }
+        const QString playable = audio(QStringLiteral("after.mp3"), 1.0);
+        QSettings settings(m_dir.filePath(QStringLiteral("fail.ini")), QSettings::IniFormat);
+        PlayerEngine engine(&settings, MpvAudioPlayer::factory());
+        QStringList shown;
+        connect(&engine, &PlayerEngine::playbackErrorChanged, this,
+                [&] { shown.append(engine.playbackError()); });
+        engine.setQueue({track(path), track(playable)});
+
+        engine.play();
+
+        // The failure is shown, then the next song starts and clears it.
+        QFETCH(QString, expected);
+        QCOMPARE(shown, QStringList({expected, QString()}));
+        QCOMPARE(engine.currentIndex(), 1);
+        QVERIFY(engine.isPlaying());
+    }
+
+    void pausedPlayerStandsStill() {
+        const QString path = audio(QStringLiteral("pause.mp3"), 3.0);
+        AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+        QVERIFY(created.player);
+        AudioPlayer& player = *created.player;
+        player.play();
+        QTRY_VERIFY_WITH_TIMEOUT(player.currentTime() > 0.2, 5000);
+        player.pause();
+        QVERIFY(!player.isPlaying());
+        const double at = player.currentTime();
+        QSignalSpy finished(&player, &AudioPlayer::finished);
+        QVERIFY(!finished.wait(500));
+        // What was already decoded may still be counted just after pausing; half a second of play is not.
+        QVERIFY2(player.currentTime() - at < 0.05, qPrintable(QString::number(player.currentTime() - at)));
+    }
+
+    void aDroppedPlayerReportsNothing() {
+        // Players dropped with their end about to be reported; what mpv still sends them must not arrive
+        // anywhere while the next player plays to its end (the sanitizers watch the dead ones).
+        const QString path = audio(QStringLiteral("short.mp3"), 0.5);
+        for (int i = 0; i < 3; ++i) {
+            AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+            QVERIFY(created.player);
+            created.player->setCurrentTime(0.49);
+            created.player->play();
+        }
+        AudioPlayerCreation last = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+        QVERIFY(last.player);
+        QSignalSpy finished(last.player.get(), &AudioPlayer::finished);
+        last.player->play();
+        QVERIFY(finished.wait(5000));
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(finished.first().first().toBool(), true);
+        QVERIFY(!last.player->isPlaying());
+    }
+};
+
+QTEST_GUILESS_MAIN(MpvAudioPlayerTest)
+#include "mpv_audio_player_test.moc"

@@ -1,0 +1,513 @@
+#include "support/Fixtures.h"
+#include "tags/FolderArtworkCache.h"
+
+#include <QBuffer>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QImageReader>
+#include <QMutex>
+#include <QPainter>
+#include <QSemaphore>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <latch>
+
+#include <sys/stat.h>
+
+namespace {
+
+// A line of /proc/self/status such as VmRSS or VmHWM (the peak resident size), in MiB; -1 if unknown.
+double memoryMiB(const QByteArray& field) {
+    QFile status("/proc/self/status");
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(field + ':'))
+            return line.mid(field.size() + 1).trimmed().split(' ').value(0).toDouble() / 1024;
+    }
+    return -1;
+}
+
+// Makes the kernel's peak resident size start again from the current one.
+void resetPeakMemory() {
+    QFile clearRefs("/proc/self/clear_refs");
+    if (clearRefs.open(QIODevice::WriteOnly))
+        clearRefs.write("5");
+}
+
+QByteArray encode(const QImage& image, const char* format, int quality = -1) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, format, quality);
+    return bytes;
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+// An image whose left half is `left` and right half blue, so rotations can be told apart.
+QImage halves(QSize size, QColor left) {
+    QImage image(size, QImage::Format_ARGB32);
+    image.fill(Qt::blue);
+    QPainter painter(&image);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(0, 0, size.width() / 2, size.height(), left);
+    return image;
+}
+
+// Inserts an Exif segment holding only the orientation tag (1 to 8) after the JPEG's SOI marker.
+QByteArray withExifOrientation(QByteArray jpeg, quint16 orientation) {
+    QByteArray app1 = QByteArray("\xFF\xE1\x00\x22"
+                                 "Exif\0\0"
+                                 "MM\x00\x2A\x00\x00\x00\x08" // big-endian TIFF header, IFD at 8
+                                 "\x00\x01"                   // one entry
+                                 "\x01\x12\x00\x03\x00\x00\x00\x01\x00\x00\x00\x00" // Orientation, SHORT
+                                 "\x00\x00\x00\x00",                                // no next IFD
+                                 36);
+    app1[29] = char(orientation); // low byte of the big-endian value
+    return jpeg.insert(2, app1);
+}
+
+// The first value of the JPEG's first quantisation table: libjpeg makes it 5 at quality 85.
+int firstQuantizer(const QByteArray& jpeg) {
+    const qsizetype dqt = jpeg.indexOf("\xFF\xDB");
+    return dqt < 0 || dqt + 5 >= jpeg.size() ? -1 : quint8(jpeg.at(dqt + 5));
+}
+
+QByteArray bigEndian(quint32 value, int bytes) {
+    QByteArray out;
+    for (int shift = (bytes - 1) * 8; shift >= 0; shift -= 8)
+        out.append(char((value >> shift) & 0xFF));
+    return out;
+}
+
+// A mid-grey baseline JPEG of side x side pixels built by hand: with one-code Huffman tables every 8x8
+// block is two zero bits, so the file stays small (3.4 MiB at 30000 px) while a full decode would not.
+QByteArray hugeGreyJpeg(quint32 side) {
+    auto segment = [](char marker, const QByteArray& body) {
+        return QByteArray("\xFF", 1) + marker + bigEndian(body.size() + 2, 2) + body;
+    };
+    const QByteArray oneCodeTable = QByteArray("\x01", 1) + QByteArray(15, 0) + QByteArray(1, 0);
+    const qint64 blocks = qint64((side + 7) / 8) * ((side + 7) / 8);
+    QByteArray jpeg("\xFF\xD8", 2);
+    jpeg += segment('\xDB', QByteArray(1, 0) + QByteArray(64, 1));
+    jpeg +=
+        segment('\xC0', "\x08" + bigEndian(side, 2) + bigEndian(side, 2) + QByteArray("\x01\x01\x11\x00", 4));
+    jpeg += segment('\xC4', QByteArray(1, 0x00) + oneCodeTable);
+    jpeg += segment('\xC4', QByteArray(1, 0x10) + oneCodeTable);
+    jpeg += segment('\xDA', QByteArray("\x01\x01\x00\x00\x3F\x00", 6));
+    jpeg += QByteArray((blocks * 2 + 7) / 8, 0);
+    return jpeg + QByteArray("\xFF\xD9", 2);
+}
+
+quint32 crc32(const QByteArray& bytes) {
+    quint32 crc = 0xFFFFFFFF;
+    for (char byte : bytes) {
+        crc ^= quint8(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc >> 1) ^ (0xEDB88320 & (0u - (crc & 1)));
+    }
+    return ~crc;
+}
+
+// Deflate bits go out least significant first; Huffman codes most significant bit first.
+struct BitWriter {
+    QByteArray bytes;
+    quint32 buffer = 0;
+    int count = 0;
+    void bits(quint32 value, int n) {
+        buffer |= value << count;
+        count += n;
+        for (; count >= 8; count -= 8, buffer >>= 8)
+            bytes.append(char(buffer & 0xFF));
+    }
+    void code(quint32 value, int n) { bits(reversed(value, n), n); }
+    static quint32 reversed(quint32 value, int n) {
+        quint32 out = 0;
+        for (int i = 0; i < n; ++i)
+            out |= ((value >> i) & 1) << (n - 1 - i);
+        return out;
+    }
+    void flush() {
+        if (count > 0)
+            bits(0, 8 - count);
+    }
+};
+
+// A black side x side RGB PNG built by hand: its zlib stream repeats "copy 258 bytes from 1 back", so the
+// file is about 17 MiB at 30000 px while the pixels are 2.5 GiB.
+QByteArray hugeBlackPng(quint32 side) {
+    auto chunk = [](const char* type, const QByteArray& body) {
+        const QByteArray typed = QByteArray(type) + body;
+        return bigEndian(body.size(), 4) + typed + bigEndian(crc32(typed), 4);
+    };
+    const quint64 rawSize = quint64(side) * (1 + 3 * quint64(side)); // a filter byte per row, then RGB
+    BitWriter deflate;
+    deflate.bits(0x78, 8);
+    deflate.bits(0x01, 8);
+    deflate.bits(1, 1);    // final block
+    deflate.bits(1, 2);    // fixed Huffman codes
+    deflate.code(0x30, 8); // literal 0
+    quint64 written = 1;
+    const quint32 copy258 = BitWriter::reversed(0xC5, 8); // length 258, then distance 1 as five zero bits
+    for (; rawSize - written >= 258; written += 258)
+        deflate.bits(copy258, 13);
+    for (; written < rawSize; ++written)
+        deflate.code(0x30, 8);
+    deflate.code(0, 7); // end of block
+    deflate.flush();
+    const QByteArray adler = bigEndian(quint32((rawSize % 65521) << 16 | 1), 4); // every byte is zero
+    return QByteArray("\x89PNG\r\n\x1A\n", 8) +
+           chunk("IHDR", bigEndian(side, 4) + bigEndian(side, 4) + QByteArray("\x08\x02\x00\x00\x00", 5)) +
+           chunk("IDAT", deflate.bytes + adler) + chunk("IEND", {});
+}
+
+// Creates the files of one folder described as "name" (a small valid image), "name+N" (a valid image
+// padded with N more bytes), "name!" (undecodable bytes), "name/" (a directory), "name|" (a FIFO).
+bool makeFolder(const QString& folder, const QStringList& files) {
+    QDir().mkpath(folder);
+    for (const QString& description : files) {
+        const qsizetype plus = description.indexOf(u'+');
+        QString name = description.left(plus >= 0 ? plus : description.size());
+        if (name.endsWith(u'!') || name.endsWith(u'/') || name.endsWith(u'|'))
+            name.chop(1);
+        const QString path = folder + u'/' + name;
+        bool ok = false;
+        if (description.endsWith(u'/'))
+            ok = QDir().mkdir(path);
+        else if (description.endsWith(u'|'))
+            ok = mkfifo(QFile::encodeName(path).constData(), 0600) == 0;
+        else if (description.endsWith(u'!'))
+            ok = writeFile(path, QByteArray(4096, 'x'));
+        else {
+            const QByteArray padding(plus >= 0 ? description.mid(plus + 1).toInt() : 0, '\0');
+            const char* format = name.endsWith(u".jpg", Qt::CaseInsensitive) ? "JPEG" : "PNG";
+            ok = writeFile(path, encode(halves(QSize(16, 8), Qt::red), format) + padding);
+        }
+        if (!ok)
+            return false;
+    }
+    return true;
+}
+
+// Records the folders a cache scans, from whichever thread scans them.
+struct ScanLog {
+    QMutex mutex;
+    QStringList folders;
+    void record(const QString& folder) {
+        QMutexLocker locker(&mutex);
+        folders.append(folder);
+    }
+    FolderArtworkCache::ScanObserver observer() {
+        return [this](const QString& folder) { record(folder); };
+    }
+    QStringList scanned() {
+        QMutexLocker locker(&mutex);
+        return folders;
+    }
+};
+
+QUrl song(const QString& folder) {
+    return QUrl::fromLocalFile(folder + QStringLiteral("/track.mp3"));
+}
+
+} // namespace
+
+class FolderArtworkCacheTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void ranksNames_data() {
+        QTest::addColumn<QString>("fileName");
+        QTest::addColumn<qint64>("rank");
+        QTest::addRow("cover") << "cover.jpg" << 90ll;
+        QTest::addRow("upper case") << "Folder.JPG" << 90ll;
+        QTest::addRow("front") << "front.png" << 90ll;
+        QTest::addRow("album") << "album.jpeg" << 90ll;
+        QTest::addRow("albumart") << "albumart.gif" << 90ll;
+        QTest::addRow("artwork") << "Artwork.tif" << 90ll;
+        QTest::addRow("albumart_ prefix") << "AlbumArt_{0A1B}.jpg" << 85ll;
+        QTest::addRow("albumart_ large") << "AlbumArt_{0A1B}_Large.jpg" << 100ll;
+        QTest::addRow("albumart prefix") << "AlbumArtwork2.jpg" << 80ll;
+        QTest::addRow("albumart small") << "AlbumArtSmall.jpg" << 30ll;
+        QTest::addRow("contains cover") << "my cover.jpg" << 70ll;
+        QTest::addRow("contains folder") << "oldfolder.png" << 70ll;
+        QTest::addRow("front cover large") << "front_cover_large.png" << 85ll;
+        QTest::addRow("only the last extension goes") << "cover.jpg.png" << 70ll;
+        QTest::addRow("other") << "scan01.jpg" << 20ll;
+        QTest::addRow("large") << "scan_large.jpg" << 35ll;
+        QTest::addRow("small and thumb once") << "cover_small_thumb.jpg" << 20ll;
+        QTest::addRow("thumbnail") << "Thumbnail.jpg" << -30ll;
+        QTest::addRow("back word") << "cover-back.jpg" << 40ll;
+        QTest::addRow("backcover word") << "backcover.jpg" << 40ll;
+        QTest::addRow("cd word") << "cd.jpg" << -10ll;
+        QTest::addRow("disc word") << "Disc 2.png" << -10ll;
+        QTest::addRow("cd1 is another word") << "cd1.jpg" << 20ll;
+        QTest::addRow("discography is another word") << "discography.jpg" << 20ll;
+        QTest::addRow("back inside a word") << "feedback.jpg" << 20ll;
+        QTest::addRow("every penalty") << "front (back) large thumb.jpg" << 5ll;
+    }
+    void ranksNames() {
+        QFETCH(QString, fileName);
+        QFETCH(qint64, rank);
+        QCOMPARE(FolderArtworkCache::rank(fileName), rank);
+    }
+
+    void choosesAmongCandidates_data() {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QStringList>("order");
+        QTest::addColumn<QString>("chosen"); // empty: nothing
+        QTest::addRow("name beats size")
+            << QStringList{"cover.jpg+5000", "AlbumArt_x_Large.jpg"}
+            << QStringList{"AlbumArt_x_Large.jpg", "cover.jpg"} << "AlbumArt_x_Large.jpg";
+        QTest::addRow("larger among equal ranks") << QStringList{"a.jpg", "b.png+3000", "c.jpg+1000"}
+                                                  << QStringList{"b.png", "c.jpg", "a.jpg"} << "b.png";
+        QTest::addRow("equal ties keep name order")
+            << QStringList{"b.png", "a.png"} << QStringList{"a.png", "b.png"} << "a.png";
+        QTest::addRow("back cover alone still used")
+            << QStringList{"back.jpg"} << QStringList{"back.jpg"} << "back.jpg";
+        QTest::addRow("corrupt best falls to next") << QStringList{"cover.jpg!", "scan01.png"}
+                                                    << QStringList{"cover.jpg", "scan01.png"} << "scan01.png";
+        QTest::addRow("nothing decodes")
+            << QStringList{"cover.jpg!", "front.png!"} << QStringList{"cover.jpg", "front.png"} << QString();
+        QTest::addRow("hidden skipped")
+            << QStringList{".cover.jpg", "scan01.jpg"} << QStringList{"scan01.jpg"} << "scan01.jpg";
+        QTest::addRow("only regular files")
+            << QStringList{"cover.jpg/", "folder.jpg|", "scan.png"} << QStringList{"scan.png"} << "scan.png";
+        QTest::addRow("image extensions only")
+            << QStringList{"a.gif!", "b.tif!", "c.TIFF!",   "d.heic!",       "e.bmp!", "f.jpeg!",
+                           "g.JPG!", "h.webp", "cover.txt", "cover.jpg.bak", "cover"}
+            << QStringList{"a.gif", "b.tif", "c.TIFF", "d.heic", "e.bmp", "f.jpeg", "g.JPG"} << QString();
+        QTest::addRow("empty folder") << QStringList{} << QStringList{} << QString();
+    }
+    void choosesAmongCandidates() {
+        QFETCH(QStringList, files);
+        QFETCH(QStringList, order);
+        QFETCH(QString, chosen);
+        QTemporaryDir dir;
+        QVERIFY(makeFolder(dir.path(), files));
+        const QUrl folder = QUrl::fromLocalFile(dir.path());
+
+        QStringList names;
+        for (const auto& candidate : FolderArtworkCache::candidates(folder))
+            names.append(candidate.url.fileName());
+        QCOMPARE(names, order);
+
+        const auto found = FolderArtworkCache::scan(folder);
+        QCOMPARE(found ? found->sourceUrl.fileName() : QString(), chosen);
+        if (found)
+            QCOMPARE(found->sourceUrl, QUrl::fromLocalFile(dir.filePath(chosen)));
+    }
+
+    void thumbnailsAreUprightJpegs_data() {
+        QTest::addColumn<QString>("format");
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<QColor>("left");
+        QTest::addColumn<int>("orientation"); // Exif value, 0 for no Exif segment
+        QTest::addColumn<QSize>("expectedSize");
+        QTest::addColumn<QColor>("expectedTopLeft");
+        QTest::addRow("upright, scaled down")
+            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 0 << QSize(600, 300) << QColor(Qt::red);
+        QTest::addRow("orientation 1")
+            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 1 << QSize(600, 300) << QColor(Qt::red);
+        QTest::addRow("rotate 90 cw (6)")
+            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 6 << QSize(300, 600) << QColor(Qt::red);
+        QTest::addRow("rotate 180 (3)")
+            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 3 << QSize(600, 300) << QColor(Qt::blue);
+        QTest::addRow("rotate 90 ccw (8)")
+            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 8 << QSize(300, 600) << QColor(Qt::blue);
+        QTest::addRow("small rotated, not enlarged")
+            << "JPEG" << QSize(100, 50) << QColor(Qt::red) << 6 << QSize(50, 100) << QColor(Qt::red);
+        QTest::addRow("tall png") << "PNG" << QSize(300, 1500) << QColor(Qt::red) << 0 << QSize(120, 600)
+                                  << QColor(Qt::red);
+        QTest::addRow("transparency on white")
+            << "PNG" << QSize(100, 50) << QColor(Qt::transparent) << 0 << QSize(100, 50) << QColor(Qt::white);
+        QTest::addRow("bmp") << "BMP" << QSize(800, 800) << QColor(Qt::red) << 0 << QSize(600, 600)
+                             << QColor(Qt::red);
+    }
+    void thumbnailsAreUprightJpegs() {
+        QFETCH(QString, format);
+        QFETCH(QSize, size);
+        QFETCH(QColor, left);
+        QFETCH(int, orientation);
+        QFETCH(QSize, expectedSize);
+        QFETCH(QColor, expectedTopLeft);
+        QTemporaryDir dir;
+        QByteArray source = encode(halves(size, left), format.toLatin1().constData(), 95);
+        if (orientation > 0)
+            source = withExifOrientation(source, quint16(orientation));
+        const QString sourcePath = dir.filePath("source." + format.toLower());
+        QVERIFY(writeFile(sourcePath, source));
+
+        const auto jpeg = FolderArtworkCache::thumbnail(QUrl::fromLocalFile(sourcePath));
+        QVERIFY(jpeg);
+        QVERIFY(jpeg->startsWith("\xFF\xD8\xFF"));
+        QCOMPARE(firstQuantizer(*jpeg), 5);
+        const QImage image = QImage::fromData(*jpeg, "JPEG");
+        QCOMPARE(image.size(), expectedSize);
+        const QColor topLeft = image.pixelColor(image.width() / 4, image.height() / 4);
+        QVERIFY2(qAbs(topLeft.red() - expectedTopLeft.red()) < 40 &&
+                     qAbs(topLeft.green() - expectedTopLeft.green()) < 40 &&
+                     qAbs(topLeft.blue() - expectedTopLeft.blue()) < 40,
+                 qPrintable(topLeft.name()));
+
+        if (!fixtures::haveTool("ffprobe"))
+            return;
+        const QString outputPath = dir.filePath("thumbnail.jpg");
+        QVERIFY(writeFile(outputPath, *jpeg));
+        const auto probe =
+            fixtures::run("ffprobe", {"-v", "error", "-show_entries", "stream=codec_name,width,height", "-of",
+                                      "csv=p=0", outputPath});
+        QCOMPARE(probe.exitCode, 0);
+        QCOMPARE(
+            probe.out.trimmed(),
+            QStringLiteral("mjpeg,%1,%2").arg(expectedSize.width()).arg(expectedSize.height()).toLatin1());
+    }
+
+    void decodesHugeImagesScaled_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<int>("side");
+        QTest::addRow("30000 px jpeg") << "huge.jpg" << 30000;
+        // Decoding a PNG scaled still inflates every row, so this one stays smaller; at 8000 px a full
+        // decode would already be over the reader's 128 MiB allocation limit.
+        QTest::addRow("8000 px png") << "huge.png" << 8000;
+    }
+    void decodesHugeImagesScaled() {
+        QFETCH(QString, name);
+        QFETCH(int, side);
+        QTemporaryDir dir;
+        const QString path = dir.filePath(name);
+        QVERIFY(writeFile(path, name.endsWith(".jpg") ? hugeGreyJpeg(side) : hugeBlackPng(side)));
+        QCOMPARE(QImageReader(path).size(), QSize(side, side));
+
+        resetPeakMemory();
+        const double before = memoryMiB("VmRSS");
+        const auto jpeg = FolderArtworkCache::thumbnail(QUrl::fromLocalFile(path));
+        const double peak = memoryMiB("VmHWM");
+        QVERIFY(jpeg);
+        QCOMPARE(QImage::fromData(*jpeg, "JPEG").size(), QSize(600, 600));
+        qInfo("%s, %d px: resident %.0f MiB before, peak %.0f MiB while decoding", qPrintable(name), side,
+              before, peak);
+    }
+
+    void fallsBackToTheParentFolderOnly() {
+        QTemporaryDir dir;
+        const QString album = dir.filePath("Album");
+        QVERIFY(makeFolder(album, {"cover.jpg"}));
+        QVERIFY(makeFolder(album + "/CD1", {}));
+        QVERIFY(makeFolder(album + "/CD2", {"cd2.png"}));
+        QVERIFY(makeFolder(album + "/CD1/Extras", {}));
+        ScanLog log;
+        FolderArtworkCache cache(log.observer());
+
+        const auto fromParent = cache.artwork(song(album + "/CD1"));
+        QVERIFY(fromParent);
+        QCOMPARE(fromParent->sourceUrl, QUrl::fromLocalFile(album + "/cover.jpg"));
+        QCOMPARE(cache.artwork(song(album + "/CD2"))->sourceUrl, QUrl::fromLocalFile(album + "/CD2/cd2.png"));
+        QVERIFY(!cache.artwork(song(album + "/CD1/Extras")));
+        QCOMPARE(cache.artwork(song(album))->sourceUrl, fromParent->sourceUrl);
+        QCOMPARE(log.scanned(), (QStringList{album + "/CD1", album, album + "/CD2", album + "/CD1/Extras"}));
+
+        // Later asks, the folders with nothing included, are answered from memory.
+        QVERIFY(!cache.artwork(song(album + "/CD1/Extras")));
+        QCOMPARE(cache.artwork(song(album + "/CD1/./"))->sourceUrl, fromParent->sourceUrl);
+        QCOMPARE(log.scanned().size(), 4);
+    }
+
+    void neverSearchesTheRoot() {
+        ScanLog log;
+        FolderArtworkCache cache(log.observer());
+        const QString missing = "/orvelle-no-such-folder";
+        QVERIFY(!cache.artwork(song(missing)));
+        QCOMPARE(log.scanned(), QStringList{missing});
+        QVERIFY(!cache.artwork(QUrl("https://example.com/music/track.mp3")));
+        QCOMPARE(log.scanned(), QStringList{missing});
+        cache.artwork(QUrl::fromLocalFile("/track.mp3"));
+        QCOMPARE(log.scanned(), (QStringList{missing, "/"}));
+    }
+
+    // Many loads of one album at once: each folder is listed once and every track holds the same bytes.
+    void scansEachFolderOnceUnderConcurrentCalls() {
+        QTemporaryDir dir;
+        const QStringList folders{dir.filePath("A"), dir.filePath("B"), dir.filePath("C/CD1")};
+        QVERIFY(makeFolder(folders[0], {"cover.jpg"}));
+        QVERIFY(makeFolder(folders[1], {"folder.png"}));
+        QVERIFY(makeFolder(dir.filePath("C"), {"front.jpg"}));
+        QVERIFY(makeFolder(folders[2], {}));
+
+        constexpr int threads = 8;
+        constexpr int asksPerThread = 30;
+        std::latch allAsking(threads);
+        ScanLog log;
+        // Each scan is held until every thread is about to ask, so the asks overlap the scans.
+        FolderArtworkCache cache([&](const QString& folder) {
+            allAsking.wait();
+            log.record(folder);
+        });
+        QThreadPool pool;
+        pool.setMaxThreadCount(threads);
+        QList<QFuture<QList<QByteArray>>> results;
+        for (int t = 0; t < threads; ++t) {
+            results.append(QtConcurrent::run(&pool, [&, t] {
+                allAsking.count_down();
+                QList<QByteArray> data;
+                for (int i = 0; i < asksPerThread; ++i) {
+                    const auto found = cache.artwork(song(folders[(t + i) % folders.size()]));
+                    data.append(found ? found->data : QByteArray());
+                }
+                return data;
+            }));
+        }
+        pool.waitForDone();
+        QStringList scanned = log.scanned();
+        scanned.sort();
+        QCOMPARE(scanned, (QStringList{folders[0], folders[1], dir.filePath("C"), folders[2]}));
+        QHash<QString, const char*> bytesOfFolder; // implicitly shared: one buffer per folder
+        for (int t = 0; t < threads; ++t) {
+            const QList<QByteArray> data = results[t].result();
+            for (int i = 0; i < asksPerThread; ++i) {
+                const QString folder = folders[(t + i) % folders.size()];
+                QVERIFY(!data[i].isEmpty());
+                QVERIFY(bytesOfFolder.value(folder, data[i].constData()) == data[i].constData());
+                bytesOfFolder.insert(folder, data[i].constData());
+            }
+        }
+    }
+
+    void scansDifferentFoldersInParallel() {
+        QTemporaryDir dir;
+        const QString first = dir.filePath("First");
+        const QString second = dir.filePath("Second");
+        QVERIFY(makeFolder(first, {"cover.jpg"}));
+        QVERIFY(makeFolder(second, {"cover.jpg"}));
+        QSemaphore firstStarted;
+        QSemaphore secondStarted;
+        bool secondRanDuringFirst = false;
+        FolderArtworkCache cache([&](const QString& folder) {
+            if (folder == first) {
+                firstStarted.release();
+                secondRanDuringFirst = secondStarted.tryAcquire(1, 20000);
+            } else {
+                secondStarted.release();
+            }
+        });
+        QThreadPool pool;
+        auto firstResult = QtConcurrent::run(&pool, [&] { return cache.artwork(song(first)).has_value(); });
+        QVERIFY(firstStarted.tryAcquire(1, 20000));
+        QVERIFY(cache.artwork(song(second)));
+        QVERIFY(firstResult.result());
+        QVERIFY(secondRanDuringFirst);
+    }
+
+    void sharedInstanceIsOne() { QCOMPARE(&FolderArtworkCache::shared(), &FolderArtworkCache::shared()); }
+};
+
+QTEST_GUILESS_MAIN(FolderArtworkCacheTest)
+#include "folder_artwork_cache_test.moc"

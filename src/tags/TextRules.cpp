@@ -5,10 +5,32 @@
 
 namespace {
 
+// The full case foldings that expand one letter into several and that QString::toCaseFolded (simple folding)
+// leaves alone; the other expanding foldings only add marks, which the comparison drops anyway.
+struct Expansion {
+    char16_t letter;
+    const char16_t* folded;
+};
+constexpr Expansion expansions[] = {
+    {u'\u00DF', u"ss"},           {u'\u1E9E', u"ss"},           {u'\u0149', u"\u02BCn"},
+    {u'\u0587', u"\u0565\u0582"}, {u'\u1E9A', u"a\u02BE"},      {u'\uFB00', u"ff"},
+    {u'\uFB01', u"fi"},           {u'\uFB02', u"fl"},           {u'\uFB03', u"ffi"},
+    {u'\uFB04', u"ffl"},          {u'\uFB05', u"st"},           {u'\uFB06', u"st"},
+    {u'\uFB13', u"\u0574\u0576"}, {u'\uFB14', u"\u0574\u0565"}, {u'\uFB15', u"\u0574\u056B"},
+    {u'\uFB16', u"\u057E\u0576"}, {u'\uFB17', u"\u0574\u056D"},
+};
+
+QString fullCaseFolded(const QString& text) {
+    QString folded = text.toCaseFolded();
+    for (const Expansion& expansion : expansions)
+        folded.replace(QChar(expansion.letter), QString::fromUtf16(expansion.folded));
+    return folded;
+}
+
 // Case folding can itself produce combining marks (U+0130 folds to "i" + U+0307), so the text is decomposed
 // again after folding before the marks are dropped.
 QString comparisonKey(const QString& text, bool dropMarks) {
-    const QString folded = text.normalized(QString::NormalizationForm_D).toCaseFolded();
+    const QString folded = fullCaseFolded(text.normalized(QString::NormalizationForm_D));
     const QString decomposed = folded.normalized(QString::NormalizationForm_D);
     if (!dropMarks)
         return decomposed;

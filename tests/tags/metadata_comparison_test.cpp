@@ -130,6 +130,9 @@ void MetadataComparisonTest::suggestionRule_data() {
     QTest::addRow("two marks on one letter") << "Vi\u1EC7t" << Optional("viet") << none;
     QTest::addRow("Greek accent and case") << "ελλάδα" << Optional("ΕΛΛΑΔΑ") << none;
     QTest::addRow("dotted capital I") << "istanbul" << Optional("İstanbul") << none;
+    QTest::addRow("sharp s folds to ss") << "STRASSE" << Optional("Straße") << none;
+    QTest::addRow("capital sharp s") << "strasse" << Optional("STRA\u1E9EE") << none;
+    QTest::addRow("ligature folds to letters") << "Final" << Optional("\uFB01nal") << none;
     QTest::addRow("different letter") << "Bjorn" << Optional("Björk") << Optional("Björk");
     QTest::addRow("track in a set") << "3" << Optional("3/12") << Optional("3/12");
     QTest::addRow("full date") << "1997" << Optional("1997-05-01") << Optional("1997-05-01");

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "library/MetadataReader.h"
+
+// The program's metadata reader: TagLib for the formats it knows, FFmpeg's libavformat for the rest and
+// for files TagLib rejects. Anything but a regular file (a folder, a FIFO, a device) is unreadable without
+// being read. Stateless; safe from any number of threads.
+class FileMetadataReader final : public MetadataReader {
+public:
+    AssetMetadata read(const QByteArray& localPath) const override;
+};

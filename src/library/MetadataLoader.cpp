@@ -1,0 +1,236 @@
+#include "library/MetadataLoader.h"
+
+#include "library/ArtworkInterner.h"
+#include "library/FileMetadataReader.h"
+#include "library/MetadataReader.h"
+#include "tags/FolderArtworkCache.h"
+#include "tags/Id3Genres.h"
+
+#include <QThreadPool>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+
+namespace MetadataLoader {
+
+namespace {
+
+const FileMetadataReader& fileReader() {
+    static const FileMetadataReader reader;
+    return reader;
+}
+
+// The path in the file system's own bytes. Decoding the percent-encoded form keeps names that are not
+// valid UTF-8 (a URL made from such bytes carries them as %XX) openable.
+QByteArray localPathBytes(const QUrl& url) {
+    return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
+}
+
+bool existsOnDisk(const QByteArray& path) {
+    struct stat status {};
+    return !path.isEmpty() && ::stat(path.constData(), &status) == 0;
+}
+
+// "01 Intro.mp3" gives "01 Intro"; a name that only starts with a dot keeps it.
+QString fileTitle(const QUrl& url) {
+    const QString name = url.fileName();
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    return dot > 0 ? name.left(dot) : name;
+}
+
+struct CommonSlots {
+    QString title;
+    QString artist; // artist, author and creator share one slot
+    QString album;
+    std::optional<QByteArray> artwork;
+};
+
+CommonSlots sortIntoSlots(const QList<CommonItem>& items) {
+    CommonSlots filled;
+    for (const CommonItem& item : items) {
+        if (item.key == CommonKey::Artwork) {
+            if (item.dataValue)
+                filled.artwork = item.dataValue;
+            continue;
+        }
+        if (!item.stringValue)
+            continue;
+        switch (item.key) {
+        case CommonKey::Title:
+            filled.title = *item.stringValue;
+            break;
+        case CommonKey::Artist:
+        case CommonKey::Author:
+        case CommonKey::Creator:
+            filled.artist = *item.stringValue;
+            break;
+        case CommonKey::AlbumName:
+            filled.album = *item.stringValue;
+            break;
+        case CommonKey::Artwork:
+            break;
+        }
+    }
+    return filled;
+}
+
+// The first value among the items under the first identifier that has one.
+QString firstValue(const QList<MetadataItem>& items, std::initializer_list<const QString*> identifiers) {
+    for (const QString* identifier : identifiers) {
+        for (const MetadataItem& item : items) {
+            if (item.identifier != *identifier)
+                continue;
+            if (item.stringValue && !item.stringValue->isEmpty())
+                return *item.stringValue;
+            if (item.numberValue)
+                return *item.numberValue;
+        }
+    }
+    return {};
+}
+
+ExtendedTags extendedTags(const QList<MetadataItem>& items) {
+    namespace id = MetadataIdentifier;
+    ExtendedTags tags;
+    tags.albumArtist = firstValue(items, {&id::id3Band, &id::iTunesAlbumArtist});
+    tags.trackNumber = firstValue(items, {&id::id3TrackNumber, &id::iTunesTrackNumber});
+    tags.year = firstValue(items, {&id::id3RecordingTime, &id::id3Year, &id::iTunesReleaseDate}).left(4);
+    tags.genre = normalizedGenre(
+        firstValue(items, {&id::id3ContentType, &id::iTunesUserGenre, &id::iTunesPredefinedGenre}));
+    tags.comment = firstValue(items, {&id::id3Comments, &id::iTunesUserComment});
+    return tags;
+}
+
+// Decimal integer with an optional sign, as a genre code 0 to 79.
+std::optional<int> genreCode(QStringView text) {
+    bool negative = false;
+    if (!text.isEmpty() && (text.front() == u'+' || text.front() == u'-')) {
+        negative = text.front() == u'-';
+        text = text.mid(1);
+    }
+    if (text.isEmpty() ||
+        !std::all_of(text.begin(), text.end(), [](QChar c) { return c >= u'0' && c <= u'9'; }))
+        return std::nullopt;
+    while (text.size() > 1 && text.front() == u'0')
+        text = text.mid(1);
+    // Past two significant digits the value is out of range, however many digits there are.
+    if (text.size() > 2)
+        return std::nullopt;
+    const int value = text.toInt();
+    if ((negative && value != 0) || value >= Id3Genres::names().size())
+        return std::nullopt;
+    return value;
+}
+
+} // namespace
+
+const QSet<QString>& playableExtensions() {
+    static const QSet<QString> extensions = {"mp3", "m4a", "m4b",  "aac",  "adts", "aif", "aiff", "aifc",
+                                             "wav", "caf", "flac", "alac", "mp4",  "au",  "snd"};
+    return extensions;
+}
+
+bool isPlayable(const QUrl& url) {
+    const QString name = url.fileName();
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    return dot >= 0 && playableExtensions().contains(name.mid(dot + 1).toLower());
+}
+
+QString normalizedGenre(const QString& text) {
+    const qsizetype close = text.indexOf(QLatin1Char(')'));
+    if (!text.startsWith(QLatin1Char('(')) || close < 0)
+        return text;
+    QStringView rest = QStringView(text).mid(close + 1);
+    while (!rest.isEmpty() && (rest.front() == u' ' || rest.front() == u'\t'))
+        rest = rest.mid(1);
+    while (!rest.isEmpty() && (rest.back() == u' ' || rest.back() == u'\t'))
+        rest.chop(1);
+    if (!rest.isEmpty())
+        return rest.toString();
+    if (const std::optional<int> code = genreCode(QStringView(text).mid(1, close - 1)))
+        return Id3Genres::names().at(*code);
+    return text;
+}
+
+QThreadPool* pool() {
+    static QThreadPool* const loaders = [] {
+        auto* created = new QThreadPool;
+        created->setMaxThreadCount(8);
+        created->setObjectName(QStringLiteral("MetadataLoader"));
+        return created;
+    }();
+    return loaders;
+}
+
+Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader,
+                   FolderArtworkCache& folderArtwork) {
+    Track track;
+    track.id = QUuid::createUuid();
+    track.url = url.adjusted(QUrl::NormalizePathSegments);
+    const std::optional<QString> hintTitle = hint ? hint->title : std::nullopt;
+    const std::optional<QString> hintArtist = hint ? hint->artist : std::nullopt;
+    const double hintDuration = hint && hint->duration ? *hint->duration : 0;
+
+    const QByteArray path = localPathBytes(url);
+    if (!existsOnDisk(path)) {
+        track.title = hintTitle.value_or(fileTitle(url));
+        track.artist = hintArtist.value_or(QString());
+        track.duration = hintDuration > 0 ? hintDuration : 0;
+        track.isMissing = true;
+        return track;
+    }
+
+    const AssetMetadata metadata = reader.read(path);
+    const CommonSlots common = sortIntoSlots(metadata.commonItems);
+    const double duration = std::isfinite(metadata.duration) && metadata.duration > 0 ? metadata.duration : 0;
+
+    if (common.artwork) {
+        track.artwork = ArtworkInterner::shared().intern(*common.artwork);
+        track.artworkSource = ArtworkSource::embedded();
+    } else if (std::optional<FolderArtworkCache::Found> folder = folderArtwork.artwork(url)) {
+        track.artwork = ArtworkInterner::shared().intern(folder->data);
+        track.artworkSource = ArtworkSource::folder(folder->sourceUrl);
+    }
+
+    track.duration = duration == 0 && hintDuration > 0 ? hintDuration : duration;
+    track.title = !common.title.isEmpty() ? common.title : hintTitle.value_or(fileTitle(url));
+    track.artist = !common.artist.isEmpty() ? common.artist : hintArtist.value_or(QString());
+    track.album = common.album;
+
+    const ExtendedTags tags = extendedTags(metadata.items);
+    track.albumArtist = tags.albumArtist;
+    track.trackNumber = tags.trackNumber;
+    track.year = tags.year;
+    track.genre = tags.genre;
+    track.comment = tags.comment;
+    return track;
+}
+
+Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
+    return loadTrackNow(url, hint, fileReader(), FolderArtworkCache::shared());
+}
+
+QFuture<Track> loadTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
+    return QtConcurrent::run(pool(), [url, hint] { return loadTrackNow(url, hint); });
+}
+
+ExtendedTags loadExtendedTagsNow(const QUrl& url, const MetadataReader& reader) {
+    const QByteArray path = localPathBytes(url);
+    if (!existsOnDisk(path))
+        return {};
+    return extendedTags(reader.read(path).items);
+}
+
+ExtendedTags loadExtendedTagsNow(const QUrl& url) {
+    return loadExtendedTagsNow(url, fileReader());
+}
+
+QFuture<ExtendedTags> loadExtendedTags(const QUrl& url) {
+    return QtConcurrent::run(pool(), [url] { return loadExtendedTagsNow(url); });
+}
+
+} // namespace MetadataLoader

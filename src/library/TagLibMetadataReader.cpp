@@ -1,0 +1,275 @@
+#include "library/TagLibMetadataReader.h"
+
+#include "library/TagItems.h"
+#include "tags/Id3Genres.h"
+
+#include <taglib/aifffile.h>
+#include <taglib/apetag.h>
+#include <taglib/attachedpictureframe.h>
+#include <taglib/commentsframe.h>
+#include <taglib/flacfile.h>
+#include <taglib/flacpicture.h>
+#include <taglib/id3v1tag.h>
+#include <taglib/id3v2framefactory.h>
+#include <taglib/id3v2tag.h>
+#include <taglib/infotag.h>
+#include <taglib/mp4file.h>
+#include <taglib/mpegfile.h>
+#include <taglib/textidentificationframe.h>
+#include <taglib/tfilestream.h>
+#include <taglib/tpropertymap.h>
+#include <taglib/wavfile.h>
+#include <taglib/xiphcomment.h>
+
+#include <unistd.h>
+
+namespace TagLibMetadataReader {
+
+namespace {
+
+namespace id = MetadataIdentifier;
+using TagLib::AudioProperties;
+
+QString qString(const TagLib::String& text) {
+    return text.isEmpty() ? QString() : QString::fromStdWString(text.toWString());
+}
+
+// Several values of one frame or atom (ID3v2.4 and MP4 allow lists) read as one text.
+QString joined(const TagLib::StringList& values) {
+    return qString(values.toString(" / "));
+}
+
+// The picture a tag shows: its front cover, else its first picture.
+class PictureChoice {
+public:
+    void offer(const TagLib::ByteVector& image, bool isFrontCover) {
+        if (image.isEmpty() || (m_found && (m_isFrontCover || !isFrontCover)))
+            return;
+        m_image = image;
+        m_found = true;
+        m_isFrontCover = isFrontCover;
+    }
+    void addTo(TagItems& items) const {
+        if (m_found)
+            items.addPicture(QByteArray(m_image.data(), m_image.size()));
+    }
+
+private:
+    TagLib::ByteVector m_image;
+    bool m_found = false;
+    bool m_isFrontCover = false;
+};
+
+QString frameText(const TagLib::ID3v2::Frame& frame) {
+    if (const auto* text = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(&frame))
+        return joined(text->fieldList());
+    return qString(frame.toString());
+}
+
+TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
+    using namespace TagLib::ID3v2;
+    TagItems out;
+    PictureChoice picture;
+    for (const Frame* frame : tag.frameList()) {
+        // Version 2.2 and 2.3 frames arrive under their version 2.4 names (PIC as APIC, TT2 as TIT2).
+        const TagLib::ByteVector& name = frame->frameID();
+        if (name == "APIC") {
+            if (const auto* apic = dynamic_cast<const AttachedPictureFrame*>(frame))
+                picture.offer(apic->picture(), apic->type() == AttachedPictureFrame::FrontCover);
+        } else if (name == "COMM") {
+            // iTunes keeps its loudness and CD lookup data in comments described "iTunNORM", "iTunes_CDDB_1"
+            // …
+            const auto* comment = dynamic_cast<const CommentsFrame*>(frame);
+            if (comment && !comment->description().startsWith("iTun"))
+                out.addText(id::id3Comments, qString(comment->text()));
+        } else if (name == "TIT2") {
+            out.addText(CommonKey::Title, frameText(*frame));
+        } else if (name == "TPE1") {
+            out.addText(CommonKey::Artist, frameText(*frame));
+        } else if (name == "TALB") {
+            out.addText(CommonKey::AlbumName, frameText(*frame));
+        } else if (name == "TPE2") {
+            out.addText(id::id3Band, frameText(*frame));
+        } else if (name == "TRCK") {
+            out.addText(id::id3TrackNumber, frameText(*frame));
+        } else if (name == "TDRC") {
+            out.addText(id::id3RecordingTime, frameText(*frame));
+        } else if (name == "TYER") {
+            out.addText(id::id3Year, frameText(*frame));
+        } else if (name == "TCON") {
+            out.addText(id::id3ContentType, frameText(*frame));
+        }
+    }
+    picture.addTo(out);
+    return out;
+}
+
+TagItems fromNamedFields(const TagLib::PropertyMap& fields) {
+    TagItems out;
+    for (const auto& [name, values] : fields) {
+        const QString upperName = qString(name).toUpper();
+        for (const TagLib::String& value : values)
+            out.addNamedField(upperName, qString(value));
+    }
+    return out;
+}
+
+TagItems fromApe(const TagLib::APE::Tag& tag) {
+    TagItems out = fromNamedFields(tag.properties());
+    const TagLib::APE::ItemListMap& items = tag.itemListMap();
+    const auto cover = items.find("COVER ART (FRONT)");
+    if (cover != items.end()) {
+        // A description ended by a zero byte, then the image.
+        const TagLib::ByteVector& data = cover->second.binaryData();
+        const int end = data.find('\0');
+        if (end >= 0)
+            out.addPicture(QByteArray(data.data() + end + 1, int(data.size()) - end - 1));
+    }
+    return out;
+}
+
+TagItems fromMp4(const TagLib::MP4::Tag& tag) {
+    const TagLib::MP4::ItemMap& atoms = tag.itemMap();
+    const auto atom = [&atoms](const char* name) -> const TagLib::MP4::Item* {
+        const auto found = atoms.find(name);
+        return found == atoms.end() ? nullptr : &found->second;
+    };
+    const auto text = [&atom](const char* name) {
+        const TagLib::MP4::Item* item = atom(name);
+        return item ? joined(item->toStringList()) : QString();
+    };
+    TagItems out;
+    // An atom map has no file order; the author goes first so that a file's own artist wins over it.
+    out.addText(CommonKey::Author, text("\251aut"));
+    out.addText(CommonKey::Title, text("\251nam"));
+    out.addText(CommonKey::Artist, text("\251ART"));
+    out.addText(CommonKey::AlbumName, text("\251alb"));
+    if (const TagLib::MP4::Item* covers = atom("covr")) {
+        const TagLib::MP4::CoverArtList list = covers->toCoverArtList();
+        if (!list.isEmpty())
+            out.addPicture(QByteArray(list.front().data().data(), list.front().data().size()));
+    }
+    out.addText(id::iTunesAlbumArtist, text("aART"));
+    if (const TagLib::MP4::Item* track = atom("trkn")) {
+        const auto [number, total] = track->toIntPair();
+        if (number > 0)
+            out.addText(id::iTunesTrackNumber,
+                        total > 0 ? QStringLiteral("%1/%2").arg(number).arg(total) : QString::number(number));
+    }
+    out.addText(id::iTunesReleaseDate, text("\251day"));
+    out.addText(id::iTunesUserGenre, text("\251gen"));
+    if (const TagLib::MP4::Item* genre = atom("gnre")) {
+        // The predefined genre is the ID3v1 code plus one.
+        const int code = genre->toInt() - 1;
+        if (code >= 0 && code < Id3Genres::names().size())
+            out.addText(id::iTunesPredefinedGenre, Id3Genres::names().at(code));
+    }
+    out.addText(id::iTunesUserComment, text("\251cmt"));
+    return out;
+}
+
+template <typename File> AssetMetadata finish(File& file, const QList<TagItems>& mostTrustedFirst) {
+    AssetMetadata metadata;
+    metadata.readable = file.isValid();
+    if (!metadata.readable)
+        return metadata;
+    mergeTags(mostTrustedFirst, metadata);
+    if (const AudioProperties* properties = file.audioProperties())
+        metadata.duration = properties->lengthInMilliseconds() / 1000.0;
+    return metadata;
+}
+
+AssetMetadata readMpeg(TagLib::IOStream* stream) {
+    TagLib::MPEG::File file(stream, TagLib::ID3v2::FrameFactory::instance(), true, AudioProperties::Fast);
+    QList<TagItems> tags;
+    if (file.isValid()) {
+        if (file.hasID3v2Tag())
+            tags.append(fromId3v2(*file.ID3v2Tag()));
+        if (file.hasAPETag())
+            tags.append(fromApe(*file.APETag()));
+        if (file.hasID3v1Tag())
+            tags.append(fromNamedFields(file.ID3v1Tag()->properties()));
+    }
+    return finish(file, tags);
+}
+
+AssetMetadata readMp4(TagLib::IOStream* stream) {
+    TagLib::MP4::File file(stream, true, AudioProperties::Fast);
+    QList<TagItems> tags;
+    if (file.isValid() && file.hasMP4Tag())
+        tags.append(fromMp4(*file.tag()));
+    return finish(file, tags);
+}
+
+AssetMetadata readFlac(TagLib::IOStream* stream) {
+    TagLib::FLAC::File file(stream, TagLib::ID3v2::FrameFactory::instance(), true, AudioProperties::Fast);
+    QList<TagItems> tags;
+    if (file.isValid()) {
+        // PICTURE blocks and METADATA_BLOCK_PICTURE comments alike.
+        PictureChoice picture;
+        const auto offer = [&picture](const TagLib::List<TagLib::FLAC::Picture*>& pictures) {
+            for (const TagLib::FLAC::Picture* p : pictures)
+                picture.offer(p->data(), p->type() == TagLib::FLAC::Picture::FrontCover);
+        };
+        offer(file.pictureList());
+        TagItems comments;
+        if (file.hasXiphComment()) {
+            comments = fromNamedFields(file.xiphComment()->properties());
+            offer(file.xiphComment()->pictureList());
+        }
+        picture.addTo(comments);
+        tags.append(comments);
+        if (file.hasID3v2Tag())
+            tags.append(fromId3v2(*file.ID3v2Tag()));
+        if (file.hasID3v1Tag())
+            tags.append(fromNamedFields(file.ID3v1Tag()->properties()));
+    }
+    return finish(file, tags);
+}
+
+AssetMetadata readWav(TagLib::IOStream* stream) {
+    TagLib::RIFF::WAV::File file(stream, true, AudioProperties::Fast);
+    QList<TagItems> tags;
+    if (file.isValid()) {
+        if (file.hasID3v2Tag())
+            tags.append(fromId3v2(*file.ID3v2Tag()));
+        if (file.hasInfoTag())
+            tags.append(fromNamedFields(file.InfoTag()->properties()));
+    }
+    return finish(file, tags);
+}
+
+AssetMetadata readAiff(TagLib::IOStream* stream) {
+    TagLib::RIFF::AIFF::File file(stream, true, AudioProperties::Fast);
+    QList<TagItems> tags;
+    if (file.isValid() && file.hasID3v2Tag())
+        tags.append(fromId3v2(*file.tag()));
+    return finish(file, tags);
+}
+
+} // namespace
+
+bool reads(QStringView lowerExtension) {
+    static const QStringList known = {"mp3", "m4a", "m4b", "mp4", "flac", "wav", "aif", "aiff", "aifc"};
+    return known.contains(lowerExtension);
+}
+
+AssetMetadata read(int fd, QStringView lowerExtension) {
+    // Read-only: opening for writing would wake file watchers and fail on read-only files.
+    TagLib::FileStream stream(fd, true);
+    if (!stream.isOpen()) {
+        ::close(fd);
+        return {};
+    }
+    if (lowerExtension == u"mp3")
+        return readMpeg(&stream);
+    if (lowerExtension == u"flac")
+        return readFlac(&stream);
+    if (lowerExtension == u"wav")
+        return readWav(&stream);
+    if (lowerExtension.startsWith(u"aif"))
+        return readAiff(&stream);
+    return readMp4(&stream);
+}
+
+} // namespace TagLibMetadataReader

@@ -1,9 +1,11 @@
 #include "FolderArtworkCache.h"
 
+#include "JpegLayout.h"
 #include "TagsLog.h"
 
 #include <QBuffer>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QImage>
 #include <QImageReader>
@@ -46,6 +48,14 @@ QImage withoutAlpha(const QImage& image) {
     QPainter painter(&flat);
     painter.drawImage(0, 0, image);
     return flat;
+}
+
+// A progressive JPEG is decoded from a buffer of every coefficient of the full image whatever the output
+// size (a 2 MB file can ask for gigabytes): hold that buffer to the limit the reader puts on pixels.
+bool withinDecodeLimit(QIODevice& file) {
+    const auto layout = readJpegLayout(file);
+    const qint64 limit = qint64(QImageReader::allocationLimit()) * 1024 * 1024;
+    return !layout || !layout->buffered || limit <= 0 || layout->coefficientBytes <= limit;
 }
 
 } // namespace
@@ -156,18 +166,25 @@ qint64 FolderArtworkCache::rank(const QString& fileName) {
 }
 
 std::optional<QByteArray> FolderArtworkCache::thumbnail(const QUrl& imageUrl, int maxPixels) {
-    QImageReader reader(imageUrl.toLocalFile());
+    QFile file(imageUrl.toLocalFile());
+    if (!file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    if (!withinDecodeLimit(file) || !file.seek(0)) {
+        qCDebug(lcTags) << "too large to decode" << file.fileName();
+        return std::nullopt;
+    }
+    QImageReader reader(&file);
     reader.setAutoTransform(true);
-    // Asking the reader for the reduced size lets JPEG and PNG decode straight to it (JPEG at 1/2, 1/4 or
-    // 1/8 scale), so a huge image never exists in memory at full size. Formats that cannot decode scaled
-    // are bounded by the reader's allocation limit and fail instead of exhausting memory.
+    // Asking the reader for the reduced size lets JPEGs (at 1/2, 1/4 or 1/8 scale) and plain RGB PNGs (row
+    // by row) decode straight to it, so a huge image never exists in memory at full size. Other images
+    // decode whole within the reader's allocation limit, or fail instead of exhausting memory.
     const QSize size = reader.size();
     const QSize limit(maxPixels, maxPixels);
     if (size.isValid() && (size.width() > maxPixels || size.height() > maxPixels))
         reader.setScaledSize(size.scaled(limit, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
     QImage image = reader.read();
     if (image.isNull()) {
-        qCDebug(lcTags) << "cannot decode" << imageUrl.toLocalFile() << reader.errorString();
+        qCDebug(lcTags) << "cannot decode" << file.fileName() << reader.errorString();
         return std::nullopt;
     }
     if (image.width() > maxPixels || image.height() > maxPixels)
@@ -179,7 +196,7 @@ std::optional<QByteArray> FolderArtworkCache::thumbnail(const QUrl& imageUrl, in
     QImageWriter writer(&buffer, "jpeg");
     writer.setQuality(jpegQuality);
     if (!writer.write(withoutAlpha(image))) {
-        qCDebug(lcTags) << "cannot encode" << imageUrl.toLocalFile() << writer.errorString();
+        qCDebug(lcTags) << "cannot encode" << file.fileName() << writer.errorString();
         return std::nullopt;
     }
     return bytes;

@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QImage>
 #include <QImageReader>
+#include <QImageWriter>
 #include <QMutex>
 #include <QPainter>
 #include <QSemaphore>
@@ -88,9 +89,9 @@ QByteArray bigEndian(quint32 value, int bytes) {
     return out;
 }
 
-// A mid-grey baseline JPEG of side x side pixels built by hand: with one-code Huffman tables every 8x8
-// block is two zero bits, so the file stays small (3.4 MiB at 30000 px) while a full decode would not.
-QByteArray hugeGreyJpeg(quint32 side) {
+// A mid-grey JPEG of side x side pixels built by hand: with one-code Huffman tables every 8x8 block is two
+// zero bits (3.4 MiB at 30000 px). The progressive one holds only its first scan, one bit per block.
+QByteArray hugeGreyJpeg(quint32 side, bool progressive = false) {
     auto segment = [](char marker, const QByteArray& body) {
         return QByteArray("\xFF", 1) + marker + bigEndian(body.size() + 2, 2) + body;
     };
@@ -98,12 +99,12 @@ QByteArray hugeGreyJpeg(quint32 side) {
     const qint64 blocks = qint64((side + 7) / 8) * ((side + 7) / 8);
     QByteArray jpeg("\xFF\xD8", 2);
     jpeg += segment('\xDB', QByteArray(1, 0) + QByteArray(64, 1));
-    jpeg +=
-        segment('\xC0', "\x08" + bigEndian(side, 2) + bigEndian(side, 2) + QByteArray("\x01\x01\x11\x00", 4));
+    jpeg += segment(progressive ? '\xC2' : '\xC0',
+                    "\x08" + bigEndian(side, 2) + bigEndian(side, 2) + QByteArray("\x01\x01\x11\x00", 4));
     jpeg += segment('\xC4', QByteArray(1, 0x00) + oneCodeTable);
     jpeg += segment('\xC4', QByteArray(1, 0x10) + oneCodeTable);
-    jpeg += segment('\xDA', QByteArray("\x01\x01\x00\x00\x3F\x00", 6));
-    jpeg += QByteArray((blocks * 2 + 7) / 8, 0);
+    jpeg += segment('\xDA', QByteArray("\x01\x01\x00\x00", 4) + (progressive ? '\x00' : '\x3F') + '\x00');
+    jpeg += QByteArray((blocks * (progressive ? 1 : 2) + 7) / 8, 0);
     return jpeg + QByteArray("\xFF\xD9", 2);
 }
 
@@ -395,6 +396,30 @@ private slots:
         QCOMPARE(QImage::fromData(*jpeg, "JPEG").size(), QSize(600, 600));
         qInfo("%s, %d px: resident %.0f MiB before, peak %.0f MiB while decoding", qPrintable(name), side,
               before, peak);
+    }
+
+    // A progressive JPEG decodes from a buffer of the full image's coefficients whatever the output size.
+    void refusesProgressiveJpegsTooLargeToBuffer() {
+        QTemporaryDir dir;
+        QVERIFY(writeFile(dir.filePath("cover.jpg"), hugeGreyJpeg(30000, true)));
+        QVERIFY(makeFolder(dir.path(), {"scan.png"}));
+        resetPeakMemory();
+        const double before = memoryMiB("VmRSS");
+        const auto found = FolderArtworkCache::scan(QUrl::fromLocalFile(dir.path()));
+        qInfo("resident %.0f MiB before, peak %.0f MiB while refusing", before, memoryMiB("VmHWM"));
+        QVERIFY(found);
+        QCOMPARE(found->sourceUrl.fileName(), "scan.png");
+
+        QByteArray progressive;
+        QBuffer buffer(&progressive);
+        buffer.open(QIODevice::WriteOnly);
+        QImageWriter writer(&buffer, "jpeg");
+        writer.setProgressiveScanWrite(true);
+        QVERIFY(writer.write(halves(QSize(2400, 1200), Qt::red)));
+        QVERIFY(writeFile(dir.filePath("progressive.jpg"), progressive));
+        const auto jpeg = FolderArtworkCache::thumbnail(QUrl::fromLocalFile(dir.filePath("progressive.jpg")));
+        QVERIFY(jpeg);
+        QCOMPARE(QImage::fromData(*jpeg, "JPEG").size(), QSize(600, 300));
     }
 
     void fallsBackToTheParentFolderOnly() {

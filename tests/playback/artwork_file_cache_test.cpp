@@ -1,0 +1,112 @@
+// Covers handed to desktop clients as files: one file per distinct picture, none for bytes that are not one.
+#include "playback/ArtworkFileCache.h"
+
+#include <QBuffer>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QImage>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+QByteArray picture(const char* format, QColor color) {
+    QImage image(16, 16, QImage::Format_RGB32);
+    image.fill(color);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, format);
+    return bytes;
+}
+
+QByteArray contents(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class ArtworkFileCacheTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void files_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("extension"); // empty: no file
+
+        QTest::addRow("png") << picture("PNG", Qt::red) << "png";
+        QTest::addRow("jpeg") << picture("JPEG", Qt::green) << "jpg";
+        QTest::addRow("text") << QByteArray("just some words, no picture") << "";
+        QTest::addRow("a truncated png") << picture("PNG", Qt::blue).left(40) << "";
+        QTest::addRow("empty") << QByteArray() << "";
+    }
+
+    void files() {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, extension);
+        QTemporaryDir dir;
+        ArtworkFileCache cache(dir.filePath(QStringLiteral("art")));
+
+        const std::optional<QUrl> url = cache.fileFor(bytes);
+        if (extension.isEmpty()) {
+            QVERIFY(!url);
+            QVERIFY(!QFileInfo::exists(dir.filePath(QStringLiteral("art"))) ||
+                    QDir(dir.filePath(QStringLiteral("art"))).isEmpty());
+            return;
+        }
+        QVERIFY(url && url->isLocalFile());
+        QCOMPARE(QFileInfo(url->toLocalFile()).suffix(), extension);
+        QCOMPARE(QFileInfo(url->toLocalFile()).absolutePath(), dir.filePath(QStringLiteral("art")));
+        QCOMPARE(contents(url->toLocalFile()), bytes);
+        // Nothing but the file itself is left behind.
+        QCOMPARE(QDir(dir.filePath(QStringLiteral("art"))).entryList(QDir::Files | QDir::Hidden).size(), 1);
+    }
+
+    void eachPictureIsWrittenOnce() {
+        QTemporaryDir dir;
+        const QByteArray red = picture("PNG", Qt::red);
+        const QByteArray blue = picture("PNG", Qt::blue);
+        ArtworkFileCache cache(dir.path());
+        const std::optional<QUrl> first = cache.fileFor(red);
+        QVERIFY(first);
+        QCOMPARE(cache.fileFor(QByteArray(red.constData(), red.size())), first);
+        const std::optional<QUrl> other = cache.fileFor(blue);
+        QVERIFY(other && other != first);
+
+        // A later run finds the file from before and leaves it as it is.
+        QFile file(first->toLocalFile());
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        const QDateTime old = QDateTime::currentDateTimeUtc().addDays(-10);
+        QVERIFY(file.setFileTime(old, QFileDevice::FileModificationTime));
+        file.close();
+        ArtworkFileCache later(dir.path());
+        QCOMPARE(later.fileFor(red), first);
+        QCOMPARE(QFileInfo(first->toLocalFile()).lastModified().toUTC(), old);
+        QCOMPARE(QDir(dir.path()).entryList(QDir::Files).size(), 2);
+    }
+
+    void unwritableFolderGivesNoFile() {
+        QTemporaryDir dir;
+        const QString blocker = dir.filePath(QStringLiteral("file"));
+        QFile file(blocker);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.close();
+        ArtworkFileCache cache(blocker + QStringLiteral("/art"));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("Cannot create the artwork folder")));
+        QVERIFY(!cache.fileFor(picture("PNG", Qt::red)));
+    }
+
+    void defaultFolderIsInTheUserCache() {
+        QTemporaryDir dir;
+        qputenv("XDG_CACHE_HOME", dir.path().toUtf8());
+        QCOMPARE(ArtworkFileCache::defaultFolder(), dir.filePath(QStringLiteral("Orvelle/art")));
+    }
+};
+
+QTEST_GUILESS_MAIN(ArtworkFileCacheTest)
+#include "artwork_file_cache_test.moc"

@@ -1,0 +1,596 @@
+// The player as desktop clients see it on the session bus: driven by playerctl, observed from a second
+// bus connection, over the real engine.
+#include "playback/MpvAudioPlayer.h"
+#include "playback/NowPlaying.h"
+#include "playback/PlayerEngine.h"
+#include "support/FakeAudioPlayer.h"
+#include "support/Fixtures.h"
+
+#include <QBuffer>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusObjectPath>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
+#include <QFile>
+#include <QImage>
+#include <QProcess>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+const QString mprisPath = QStringLiteral("/org/mpris/MediaPlayer2");
+const QString playerInterface = QStringLiteral("org.mpris.MediaPlayer2.Player");
+const QString rootInterface = QStringLiteral("org.mpris.MediaPlayer2");
+const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
+
+// Set in the copy of this program that runs against a bus address where nothing listens.
+const char* const noBusChild = "ORVELLE_MPRIS_TEST_WITHOUT_BUS";
+
+QByteArray pngPicture(QColor color) {
+    QImage image(8, 8, QImage::Format_RGB32);
+    image.fill(color);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, "PNG");
+    return bytes;
+}
+
+// A second client of the bus: records the player's signals and makes calls without blocking the
+// main thread, which has to keep serving the player it calls.
+class BusObserver : public QObject {
+    Q_OBJECT
+
+public:
+    explicit BusObserver(const QString& service)
+        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("observer")))
+        , m_service(service) {
+        m_bus.connect(service, mprisPath, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
+                      SLOT(record(QDBusMessage)));
+        m_bus.connect(service, mprisPath, playerInterface, QStringLiteral("Seeked"), this,
+                      SLOT(record(QDBusMessage)));
+    }
+    ~BusObserver() override { QDBusConnection::disconnectFromBus(QStringLiteral("observer")); }
+
+    // The reply, once it has come.
+    QDBusMessage call(const QString& interface, const QString& method, const QVariantList& arguments) {
+        QDBusMessage message = QDBusMessage::createMethodCall(m_service, mprisPath, interface, method);
+        message.setArguments(arguments);
+        QDBusPendingCallWatcher watcher(m_bus.asyncCall(message));
+        QSignalSpy finished(&watcher, &QDBusPendingCallWatcher::finished);
+        if (!watcher.isFinished())
+            finished.wait(10000);
+        return watcher.reply();
+    }
+
+    QVariant property(const QString& interface, const QString& name) {
+        const QDBusMessage reply = call(propertiesInterface, QStringLiteral("Get"), {interface, name});
+        return reply.arguments().isEmpty() ? QVariant()
+                                           : reply.arguments().constFirst().value<QDBusVariant>().variant();
+    }
+
+    // The signals received so far with this member name.
+    QList<QDBusMessage> received(const QString& member) const {
+        QList<QDBusMessage> matching;
+        for (const QDBusMessage& message : m_received) {
+            if (message.member() == member)
+                matching.append(message);
+        }
+        return matching;
+    }
+
+    // The changed-properties maps of the PropertiesChanged signals received so far.
+    QList<QVariantMap> propertyChanges() const {
+        QList<QVariantMap> changes;
+        for (const QDBusMessage& message : received(QStringLiteral("PropertiesChanged"))) {
+            if (message.arguments().value(0).toString() == playerInterface)
+                changes.append(qdbus_cast<QVariantMap>(message.arguments().value(1)));
+        }
+        return changes;
+    }
+
+    void forget() { m_received.clear(); }
+
+private slots:
+    void record(const QDBusMessage& message) { m_received.append(message); }
+
+private:
+    QDBusConnection m_bus;
+    QString m_service;
+    QList<QDBusMessage> m_received;
+};
+
+} // namespace
+
+#define REQUIRE_SESSION_BUS()                                                                                \
+    do {                                                                                                     \
+        if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))                                         \
+            QSKIP("No session bus (run under dbus-run-session)");                                            \
+        if (!fixtures::haveTool(QStringLiteral("playerctl")))                                                \
+            QSKIP("playerctl is not installed");                                                             \
+    } while (false)
+
+class MprisTest : public QObject {
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_home;
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<QSettings> m_settings;
+    fixtures::FakeAudioBackend m_backend;
+    std::unique_ptr<PlayerEngine> m_engine;
+    std::unique_ptr<NowPlaying> m_nowPlaying;
+    QList<Track> m_tracks;
+
+    QString songPath(const QString& name) const { return m_dir->filePath(name); }
+
+    // A song on disk (the fake back end does not read it, but the engine checks that it exists).
+    Track song(const QString& fileName, const QString& title, const QString& artist, const QString& album,
+               std::optional<QByteArray> artwork = std::nullopt) {
+        QFile file(songPath(fileName));
+        file.open(QIODevice::WriteOnly);
+        Track track;
+        track.id = QUuid::createUuid();
+        track.url = QUrl::fromLocalFile(songPath(fileName));
+        track.title = title;
+        track.artist = artist;
+        track.album = album;
+        track.artwork = std::move(artwork);
+        return track;
+    }
+
+    void startEngine(AudioPlayerFactory factory) {
+        m_engine = std::make_unique<PlayerEngine>(m_settings.get(), std::move(factory));
+        m_nowPlaying = std::make_unique<NowPlaying>(m_engine.get());
+    }
+
+    // The name playerctl knows the player by.
+    QString playerName() const {
+        return m_nowPlaying->serviceName().mid(QStringLiteral("org.mpris.MediaPlayer2.").size());
+    }
+
+    // Runs playerctl for this player while the event loop keeps serving the bus (playerctl waits for the
+    // player's replies). Returns its output without the final newline.
+    QString playerctl(const QStringList& arguments) {
+        QProcess process;
+        process.start(QStringLiteral("playerctl"),
+                      QStringList{QStringLiteral("-p"), playerName()} + arguments);
+        QSignalSpy finished(&process, &QProcess::finished);
+        if (!finished.wait(20000)) {
+            process.kill();
+            process.waitForFinished();
+            return QStringLiteral("<playerctl timed out>");
+        }
+        return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+    }
+
+    // The loaded song's mpris:trackid (playerctl shows object paths in quotes).
+    QString trackIdShown() {
+        QString shown = playerctl({QStringLiteral("metadata"), QStringLiteral("mpris:trackid")});
+        return shown.remove(QLatin1Char('\''));
+    }
+
+    // Starts the song at `index` and leaves it as asked, `position` seconds in.
+    void startAt(int index, bool paused, double position) {
+        m_engine->playTrack(m_tracks.at(index).id);
+        QVERIFY(m_backend.current);
+        if (paused)
+            m_engine->pause();
+        if (position > 0)
+            m_engine->seek(position);
+    }
+
+private slots:
+    void initTestCase() {
+        QVERIFY(m_home.isValid());
+        // Covers go to the cache folder; keep them, and the rest of the user's folders, in the test's own.
+        qputenv("XDG_CACHE_HOME", m_home.filePath(QStringLiteral("cache")).toUtf8());
+        qputenv("XDG_CONFIG_HOME", m_home.filePath(QStringLiteral("config")).toUtf8());
+        if (qEnvironmentVariableIsEmpty("ORVELLE_AUDIO_OUTPUT"))
+            qputenv("ORVELLE_AUDIO_OUTPUT", "null");
+    }
+
+    void init() {
+        m_dir = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_dir->isValid());
+        m_settings = std::make_unique<QSettings>(m_dir->filePath(QStringLiteral("settings.ini")),
+                                                 QSettings::IniFormat);
+        m_backend = {};
+        m_backend.duration = 200;
+        m_tracks = {song(QStringLiteral("1.mp3"), QStringLiteral("Blue Train"),
+                         QStringLiteral("John Coltrane"), QStringLiteral("Blue Train"), pngPicture(Qt::blue)),
+                    song(QStringLiteral("2.mp3"), QStringLiteral("Moment's Notice"),
+                         QStringLiteral("John Coltrane"), QStringLiteral("Blue Train")),
+                    song(QStringLiteral("3.mp3"), QStringLiteral("Lazy Bird"),
+                         QStringLiteral("John Coltrane"), QStringLiteral("Blue Train"))};
+        if (qEnvironmentVariableIsSet(noBusChild))
+            return;
+        startEngine(m_backend.factory());
+        m_engine->setQueue(m_tracks);
+    }
+
+    void cleanup() {
+        m_nowPlaying.reset();
+        m_engine.reset();
+    }
+
+    void metadata_data() {
+        QTest::addColumn<QString>("fileName");
+        QTest::addColumn<QStringList>("tags"); // title, artist, album
+        QTest::addColumn<std::optional<QByteArray>>("artwork");
+        QTest::addColumn<QStringList>("shown"); // title, artist, album
+        QTest::addColumn<bool>("hasCover");
+
+        const QStringList tags{"Giant Steps", "John Coltrane", "Giant Steps"};
+        QTest::addRow("tagged, with a cover")
+            << "a.mp3" << tags << std::optional<QByteArray>(pngPicture(Qt::red)) << tags << true;
+        QTest::addRow("untagged") << "01 Intro.mp3" << QStringList{"", "", ""} << std::optional<QByteArray>()
+                                  << QStringList{"01 Intro", "Unknown artist", "Unknown album"} << false;
+        QTest::addRow("cover bytes that are not a picture")
+            << "b.mp3" << tags << std::optional<QByteArray>("not a picture") << tags << false;
+    }
+
+    void metadata() {
+        REQUIRE_SESSION_BUS();
+        QFETCH(QString, fileName);
+        QFETCH(QStringList, tags);
+        QFETCH(std::optional<QByteArray>, artwork);
+        QFETCH(QStringList, shown);
+        QFETCH(bool, hasCover);
+
+        const Track track = song(fileName, tags[0], tags[1], tags[2], artwork);
+        m_engine->setQueue({track});
+        m_engine->playTrack(track.id);
+        const QStringList fields =
+            playerctl({QStringLiteral("metadata"), QStringLiteral("--format"),
+                       QStringLiteral("{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:artUrl}}")})
+                .split('|');
+        QCOMPARE(fields.size(), 5);
+        QCOMPARE(fields.mid(0, 3), shown);
+        QCOMPARE(fields[3], QStringLiteral("200000000"));
+        QCOMPARE(trackIdShown(), QStringLiteral("/org/orvelle/track/") + track.id.toString(QUuid::Id128));
+        if (!hasCover) {
+            QCOMPARE(fields[4], QString());
+            return;
+        }
+        const QUrl artUrl(fields[4]);
+        QVERIFY2(artUrl.isLocalFile(), qPrintable(fields[4]));
+        QVERIFY(artUrl.toLocalFile().startsWith(m_home.filePath(QStringLiteral("cache/Orvelle/art/"))));
+        QFile file(artUrl.toLocalFile());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), *artwork);
+    }
+
+    // The id follows the playlist entry, not its row.
+    void trackIdSurvivesReordering() {
+        REQUIRE_SESSION_BUS();
+        m_engine->playTrack(m_tracks[0].id);
+        const QString before = trackIdShown();
+        m_engine->setQueue({m_tracks[2], m_tracks[1], m_tracks[0]});
+        m_engine->seek(1); // republishes
+        QCOMPARE(trackIdShown(), before);
+    }
+
+    void transport_data() {
+        QTest::addColumn<int>("startIndex"); // -1: nothing loaded
+        QTest::addColumn<bool>("startPaused");
+        QTest::addColumn<double>("startPosition");
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<int>("index");
+        QTest::addColumn<double>("position");
+        QTest::addColumn<QString>("status");
+
+        QTest::addRow("play-pause while playing")
+            << 0 << false << 0.0 << "play-pause" << 0 << 0.0 << "Paused";
+        QTest::addRow("play-pause while paused") << 0 << true << 0.0 << "play-pause" << 0 << 0.0 << "Playing";
+        QTest::addRow("pause") << 1 << false << 20.0 << "pause" << 1 << 20.0 << "Paused";
+        QTest::addRow("play resumes") << 1 << true << 20.0 << "play" << 1 << 20.0 << "Playing";
+        QTest::addRow("play with nothing loaded") << -1 << false << 0.0 << "play" << 0 << 0.0 << "Playing";
+        QTest::addRow("next") << 0 << false << 20.0 << "next" << 1 << 0.0 << "Playing";
+        QTest::addRow("next on the last song wraps") << 2 << false << 0.0 << "next" << 0 << 0.0 << "Playing";
+        QTest::addRow("previous at 3 s goes back")
+            << 1 << false << 3.0 << "previous" << 0 << 0.0 << "Playing";
+        QTest::addRow("previous after 3 s restarts")
+            << 1 << false << 3.5 << "previous" << 1 << 0.0 << "Playing";
+        QTest::addRow("stop") << 1 << false << 20.0 << "stop" << 1 << 0.0 << "Stopped";
+    }
+
+    void transport() {
+        REQUIRE_SESSION_BUS();
+        QFETCH(int, startIndex);
+        QFETCH(bool, startPaused);
+        QFETCH(double, startPosition);
+        QFETCH(QString, command);
+        QFETCH(int, index);
+        QFETCH(double, position);
+        QFETCH(QString, status);
+
+        if (startIndex >= 0)
+            startAt(startIndex, startPaused, startPosition);
+        QSignalSpy stateChanges(m_engine.get(), &PlayerEngine::isPlayingChanged);
+        QSignalSpy songChanges(m_engine.get(), &PlayerEngine::currentIndexChanged);
+        QSignalSpy jumps(m_engine.get(), &PlayerEngine::seeked);
+        const auto acted = [&] {
+            return !stateChanges.isEmpty() || !songChanges.isEmpty() || !jumps.isEmpty();
+        };
+
+        QCOMPARE(playerctl({command}), QString());
+        QTRY_VERIFY(acted());
+        QCOMPARE(m_engine->currentIndex(), index);
+        QCOMPARE(m_engine->currentTime(), position);
+        QCOMPARE(playerctl({QStringLiteral("status")}), status);
+    }
+
+    void position_data() {
+        QTest::addColumn<QString>("argument"); // none: read
+        QTest::addColumn<double>("expected");
+
+        QTest::addRow("read") << QString() << 42.5;
+        QTest::addRow("set") << "10" << 10.0;
+        QTest::addRow("forward") << "5+" << 47.5;
+        QTest::addRow("back") << "5-" << 37.5;
+        QTest::addRow("back past the start") << "60-" << 0.0;
+        QTest::addRow("set past the end clamps") << "500" << 200.0;
+    }
+
+    void position() {
+        REQUIRE_SESSION_BUS();
+        QFETCH(QString, argument);
+        QFETCH(double, expected);
+
+        startAt(0, true, 42.5);
+        if (!argument.isEmpty()) {
+            QSignalSpy jumps(m_engine.get(), &PlayerEngine::seeked);
+            playerctl({QStringLiteral("position"), argument});
+            QTRY_COMPARE(jumps.size(), 1);
+            QCOMPARE(m_engine->currentTime(), expected);
+        }
+        QCOMPARE(playerctl({QStringLiteral("position")}).toDouble(), expected);
+    }
+
+    // A position read while playing runs on from the last published one, without the engine republishing.
+    void positionAdvancesWhilePlaying() {
+        REQUIRE_SESSION_BUS();
+        startAt(0, false, 10);
+        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
+        m_backend.current->m_time = 10.2;
+        QVERIFY(ticks.wait());
+        const double position = playerctl({QStringLiteral("position")}).toDouble();
+        QVERIFY2(position > 10.1 && position < 15, qPrintable(QString::number(position)));
+    }
+
+    void shuffleAndLoop_data() {
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<bool>("shuffling");
+        QTest::addColumn<RepeatMode>("repeat");
+
+        QTest::addRow("shuffle on") << QStringList{"shuffle", "On"} << true << RepeatMode::Off;
+        QTest::addRow("shuffle toggle") << QStringList{"shuffle", "Toggle"} << true << RepeatMode::Off;
+        QTest::addRow("loop track") << QStringList{"loop", "Track"} << false << RepeatMode::One;
+        QTest::addRow("loop playlist") << QStringList{"loop", "Playlist"} << false << RepeatMode::All;
+    }
+
+    void shuffleAndLoop() {
+        REQUIRE_SESSION_BUS();
+        QFETCH(QStringList, command);
+        QFETCH(bool, shuffling);
+        QFETCH(RepeatMode, repeat);
+
+        QCOMPARE(playerctl({QStringLiteral("shuffle")}), QStringLiteral("Off"));
+        QCOMPARE(playerctl({QStringLiteral("loop")}), QStringLiteral("None"));
+        playerctl(command);
+        QTRY_COMPARE(m_engine->isShuffling(), shuffling);
+        QTRY_VERIFY(m_engine->repeatMode() == repeat);
+
+        // And back, from the engine's side.
+        m_engine->setShuffling(false);
+        m_engine->setRepeatMode(RepeatMode::Off);
+        QCOMPARE(playerctl({QStringLiteral("shuffle")}), QStringLiteral("Off"));
+        QCOMPARE(playerctl({QStringLiteral("loop")}), QStringLiteral("None"));
+        m_engine->setRepeatMode(repeat);
+        m_engine->setShuffling(shuffling);
+        QCOMPARE(playerctl({QStringLiteral("shuffle")}),
+                 shuffling ? QStringLiteral("On") : QStringLiteral("Off"));
+        QCOMPARE(playerctl({QStringLiteral("loop")}),
+                 command[0] == "loop" ? command[1] : QStringLiteral("None"));
+    }
+
+    void volume() {
+        REQUIRE_SESSION_BUS();
+        playerctl({QStringLiteral("volume"), QStringLiteral("0.4")});
+        QTRY_COMPARE(m_engine->volume(), 0.4f);
+        playerctl({QStringLiteral("volume"), QStringLiteral("1.5")});
+        QTRY_COMPARE(m_engine->volume(), 1.0f);
+        m_engine->setVolume(0.25f);
+        QCOMPARE(playerctl({QStringLiteral("volume")}).toDouble(), 0.25);
+    }
+
+    // What clients are told without asking: jumps of the position and changed properties, but nothing
+    // while the song merely plays on.
+    void announcements() {
+        REQUIRE_SESSION_BUS();
+        BusObserver observer(m_nowPlaying->serviceName());
+        startAt(0, false, 0);
+        QTRY_VERIFY(!observer.propertyChanges().isEmpty());
+        QCOMPARE(observer.propertyChanges().constLast().value(QStringLiteral("PlaybackStatus")),
+                 QVariant(QStringLiteral("Playing")));
+
+        // Plays on for a few ticks: nothing is announced.
+        observer.forget();
+        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
+        for (double time : {30.2, 30.4, 30.6}) {
+            m_backend.current->m_time = time;
+            QVERIFY(ticks.wait());
+        }
+        // A reply comes after every signal sent before it.
+        QCOMPARE(observer.property(playerInterface, QStringLiteral("PlaybackStatus")),
+                 QVariant(QStringLiteral("Playing")));
+        QCOMPARE(observer.received(QStringLiteral("PropertiesChanged")).size(), 0);
+        QCOMPARE(observer.received(QStringLiteral("Seeked")).size(), 0);
+
+        m_engine->seek(30);
+        m_engine->skip(10);
+        m_engine->previous();
+        QTRY_COMPARE(observer.received(QStringLiteral("Seeked")).size(), 3);
+        QList<qlonglong> positions;
+        for (const QDBusMessage& message : observer.received(QStringLiteral("Seeked")))
+            positions.append(message.arguments().value(0).toLongLong());
+        QCOMPARE(positions, (QList<qlonglong>{30000000, 40000000, 0}));
+
+        observer.forget();
+        m_engine->pause();
+        m_engine->setVolume(0.5f);
+        m_engine->next();
+        QTRY_COMPARE(observer.propertyChanges().size(), 3);
+        const QList<QVariantMap> changes = observer.propertyChanges();
+        QCOMPARE(changes[0], (QVariantMap{{QStringLiteral("PlaybackStatus"), QStringLiteral("Paused")}}));
+        QCOMPARE(changes[1].value(QStringLiteral("Volume")).toDouble(), 0.5);
+        const QVariantMap metadata = qdbus_cast<QVariantMap>(changes[2].value(QStringLiteral("Metadata")));
+        QCOMPARE(metadata.value(QStringLiteral("xesam:title")), QVariant(m_tracks[1].title));
+        QCOMPARE(changes[2].value(QStringLiteral("PlaybackStatus")), QVariant(QStringLiteral("Playing")));
+    }
+
+    // A SetPosition for a song that is no longer loaded is dropped; one for the loaded song is applied.
+    void staleSetPosition() {
+        REQUIRE_SESSION_BUS();
+        BusObserver observer(m_nowPlaying->serviceName());
+        startAt(0, true, 0);
+        const QDBusObjectPath firstSong(trackIdShown());
+        m_engine->next();
+        const QDBusObjectPath secondSong(trackIdShown());
+        QVERIFY(firstSong != secondSong);
+
+        QSignalSpy jumps(m_engine.get(), &PlayerEngine::seeked);
+        const QString setPosition = QStringLiteral("SetPosition");
+        QCOMPARE(
+            observer.call(playerInterface, setPosition, {QVariant::fromValue(firstSong), qlonglong(50000000)})
+                .type(),
+            QDBusMessage::ReplyMessage);
+        QCOMPARE(
+            observer.call(playerInterface, setPosition, {QVariant::fromValue(secondSong), qlonglong(7000000)})
+                .type(),
+            QDBusMessage::ReplyMessage);
+        QTRY_COMPARE(jumps.size(), 1);
+        QCOMPARE(jumps[0][0].toDouble(), 7.0);
+        QCOMPARE(m_engine->currentIndex(), 1);
+    }
+
+    void capabilities() {
+        REQUIRE_SESSION_BUS();
+        BusObserver observer(m_nowPlaying->serviceName());
+        const auto can = [&](const char* name) {
+            return observer.property(playerInterface, QString::fromLatin1(name)).toBool();
+        };
+        QVERIFY(can("CanControl"));
+        QVERIFY(can("CanPlay"));
+        QVERIFY(can("CanGoNext"));
+        QVERIFY(!can("CanPause"));
+        QVERIFY(!can("CanSeek"));
+        m_engine->playTrack(m_tracks[0].id);
+        QVERIFY(can("CanPause"));
+        QVERIFY(can("CanSeek"));
+        m_engine->setQueue({});
+        QVERIFY(!can("CanPlay"));
+        QVERIFY(!can("CanGoNext"));
+        QVERIFY(!can("CanGoPrevious"));
+        QVERIFY(!can("CanPause"));
+        QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Stopped"));
+    }
+
+    void identityAndWindowRequests() {
+        REQUIRE_SESSION_BUS();
+        BusObserver observer(m_nowPlaying->serviceName());
+        QCOMPARE(observer.property(rootInterface, QStringLiteral("Identity")),
+                 QVariant(QStringLiteral("Orvelle")));
+        const QString desktopEntry =
+            observer.property(rootInterface, QStringLiteral("DesktopEntry")).toString();
+        QVERIFY(observer.property(rootInterface, QStringLiteral("CanRaise")).toBool());
+        QVERIFY(observer.property(rootInterface, QStringLiteral("CanQuit")).toBool());
+
+        // The desktop file the entry names exists and is the program's.
+        const QString desktopFile = QFINDTESTDATA(QStringLiteral("../../data/") + desktopEntry + ".desktop");
+        QVERIFY2(!desktopFile.isEmpty(), qPrintable(desktopEntry));
+        QSettings entry(desktopFile, QSettings::IniFormat);
+        QCOMPARE(entry.value(QStringLiteral("Desktop Entry/Name")), QVariant(QStringLiteral("Orvelle")));
+
+        QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
+        QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
+        observer.call(rootInterface, QStringLiteral("Raise"), {});
+        QCOMPARE(raise.size(), 1);
+        QCOMPARE(quit.size(), 0);
+        observer.call(rootInterface, QStringLiteral("Quit"), {});
+        QCOMPARE(quit.size(), 1);
+    }
+
+    // A real song decoded by mpv (to the null output) is what playerctl shows.
+    void playingSongOverMpv() {
+        REQUIRE_SESSION_BUS();
+        const QString path = songPath(QStringLiteral("tone.mp3"));
+        QVERIFY(fixtures::makeAudio(path, 30));
+        m_nowPlaying.reset();
+        startEngine(MpvAudioPlayer::factory());
+        Track tone;
+        tone.id = QUuid::createUuid();
+        tone.url = QUrl::fromLocalFile(path);
+        tone.title = QStringLiteral("A Long Tone");
+        tone.artist = QStringLiteral("The Oscillators");
+        tone.album = QStringLiteral("Sine Waves");
+        m_engine->setQueue({tone});
+        m_engine->play();
+        QVERIFY(m_engine->isPlaying());
+
+        const QString shown = playerctl({QStringLiteral("metadata")});
+        QVERIFY2(shown.contains(QStringLiteral("A Long Tone")), qPrintable(shown));
+        QVERIFY(shown.contains(QStringLiteral("The Oscillators")));
+        QVERIFY(shown.contains(QStringLiteral("Sine Waves")));
+        const qlonglong length =
+            playerctl({QStringLiteral("metadata"), QStringLiteral("mpris:length")}).toLongLong();
+        QVERIFY2(length > 29500000 && length < 30500000, qPrintable(QString::number(length)));
+        QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Playing"));
+
+        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
+        QVERIFY(ticks.wait());
+        QVERIFY(playerctl({QStringLiteral("position")}).toDouble() > 0);
+        playerctl({QStringLiteral("pause")});
+        QTRY_VERIFY(!m_engine->isPlaying());
+        QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Paused"));
+    }
+
+    // Without a session bus the player plays on and nothing complains. Runs in a copy of this program
+    // whose bus address leads nowhere, since the bus connection of a process is made once.
+    void runsWithoutSessionBus() {
+        if (qEnvironmentVariableIsSet(noBusChild)) {
+            QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+            startEngine(m_backend.factory());
+            QCOMPARE(m_nowPlaying->serviceName(), QString());
+            m_engine->setQueue(m_tracks);
+            m_engine->playTrack(m_tracks[1].id);
+            m_engine->seek(20);
+            m_engine->next();
+            QCOMPARE(m_engine->currentIndex(), 2);
+            QVERIFY(m_engine->isPlaying());
+            return;
+        }
+        QProcess child;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QString::fromLatin1(noBusChild), QStringLiteral("1"));
+        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+                           QStringLiteral("unix:path=") + m_dir->filePath(QStringLiteral("no-bus")));
+        child.setProcessEnvironment(environment);
+        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("runsWithoutSessionBus")});
+        QVERIFY(child.waitForFinished(60000));
+        const QByteArray output = child.readAllStandardOutput() + child.readAllStandardError();
+        QVERIFY2(child.exitCode() == 0, output.constData());
+        QVERIFY2(output.contains("PASS   : MprisTest::runsWithoutSessionBus()"), output.constData());
+    }
+};
+
+QTEST_GUILESS_MAIN(MprisTest)
+#include "mpris_test.moc"

@@ -64,8 +64,9 @@ FolderArtworkCache::FolderArtworkCache(ScanObserver onScan)
     : m_onScan(std::move(onScan)) {}
 
 FolderArtworkCache& FolderArtworkCache::shared() {
-    static FolderArtworkCache instance;
-    return instance;
+    // Never destroyed: metadata loads on pool threads may still ask while the program exits.
+    static auto* instance = new FolderArtworkCache;
+    return *instance;
 }
 
 const QList<QString>& FolderArtworkCache::imageExtensions() {

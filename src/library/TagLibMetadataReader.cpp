@@ -66,6 +66,28 @@ QString frameText(const TagLib::ID3v2::Frame& frame) {
     return qString(frame.toString());
 }
 
+// TagLib splits a content type into its parts, genre codes as bare numbers ("(9)Heavy" arrives as "9" and
+// "Heavy"); put the codes back in parentheses so the text reads as it was written.
+QString contentType(const TagLib::ID3v2::Frame& frame) {
+    const auto* text = dynamic_cast<const TagLib::ID3v2::TextIdentificationFrame*>(&frame);
+    if (!text)
+        return qString(frame.toString());
+    QString genre;
+    bool afterText = false;
+    for (const TagLib::String& field : text->fieldList()) {
+        bool isCode = false;
+        field.toInt(&isCode);
+        if (isCode) {
+            genre += QLatin1Char('(') + qString(field) + QLatin1Char(')');
+            afterText = false;
+        } else if (!field.isEmpty()) {
+            genre += (afterText ? QStringLiteral(" / ") : QString()) + qString(field);
+            afterText = true;
+        }
+    }
+    return genre;
+}
+
 TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
     using namespace TagLib::ID3v2;
     TagItems out;
@@ -97,7 +119,7 @@ TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
         } else if (name == "TYER") {
             out.addText(id::id3Year, frameText(*frame));
         } else if (name == "TCON") {
-            out.addText(id::id3ContentType, frameText(*frame));
+            out.addText(id::id3ContentType, contentType(*frame));
         }
     }
     picture.addTo(out);

@@ -61,14 +61,15 @@ QByteArray readFile(const QString& path) {
 
 // Runs Python with mutagen on `path`; the script sees `p` (the file) and `img` (the bytes of `imagePath`).
 bool tagWithMutagen(const QString& path, const QString& script, const QString& imagePath) {
-    const QString prelude = QStringLiteral("import sys, base64\n"
-                                           "from mutagen.id3 import *\n"
-                                           "from mutagen.mp4 import MP4, MP4Cover\n"
-                                           "from mutagen.flac import FLAC, Picture\n"
-                                           "from mutagen.wave import WAVE\n"
-                                           "from mutagen.aiff import AIFF\n"
-                                           "p = sys.argv[1]\n"
-                                           "img = open(sys.argv[2], 'rb').read()\n");
+    const QString prelude = QStringLiteral(
+        "import sys, base64\n"
+        "from mutagen.id3 import ID3, TIT2, TPE1, TALB, TPE2, TRCK, TDRC, TYER, TCON, COMM, APIC\n"
+        "from mutagen.mp4 import MP4, MP4Cover\n"
+        "from mutagen.flac import FLAC, Picture\n"
+        "from mutagen.wave import WAVE\n"
+        "from mutagen.aiff import AIFF\n"
+        "p = sys.argv[1]\n"
+        "img = open(sys.argv[2], 'rb').read()\n");
     const fixtures::ToolResult result =
         fixtures::run(fixtures::systemPython(), {"-c", prelude + script, path, imagePath});
     if (result.exitCode != 0)
@@ -348,6 +349,170 @@ private slots:
             QCOMPARE(track.artist, "Made Artist");
             QCOMPARE(track.album, "Made Album");
             QCOMPARE(track.genre, "Made Genre");
+        }
+    }
+
+    // Tags written by mutagen, read back through the real reader.
+    void readsTagsWrittenByMutagen_data() {
+        QTest::addColumn<QString>("extension");
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QStringList>(
+            "expected"); // title, artist, album, album artist, track, year, genre, comment
+        QTest::addColumn<bool>("embedsArtwork");
+        const QString id3Frames = QStringLiteral(
+            "t.add(TIT2(encoding=3, text='Title'))\n"
+            "t.add(TPE1(encoding=3, text='Artist'))\n"
+            "t.add(TALB(encoding=3, text='Album'))\n"
+            "t.add(TPE2(encoding=3, text='Band'))\n"
+            "t.add(TRCK(encoding=3, text='3/12'))\n"
+            "t.add(COMM(encoding=3, lang='eng', desc='iTunNORM', text=' 0000 0000'))\n"
+            "t.add(COMM(encoding=3, lang='eng', desc='', text='Comment'))\n"
+            "t.add(APIC(encoding=3, mime='image/png', type=4, desc='back', data=b'not the cover'))\n"
+            "t.add(APIC(encoding=3, mime='image/jpeg', type=3, desc='', data=img))\n");
+        const QStringList all = {"Title", "Artist", "Album", "Band", "3/12", "2019", "Rock", "Comment"};
+        QTest::addRow("mp3 id3v2.4")
+            << "mp3"
+            << "t = ID3()\n" + id3Frames +
+                   "t.add(TDRC(encoding=3, text='2019-05-03'))\nt.add(TCON(encoding=3, text='(17)'))\n"
+                   "t.save(p, v2_version=4)\n"
+            << all << true;
+        QTest::addRow("mp3 id3v2.3")
+            << "mp3"
+            << "t = ID3()\n" + id3Frames +
+                   "t.add(TYER(encoding=1, text='2019'))\nt.add(TCON(encoding=1, text='(17)'))\n"
+                   "t.save(p, v2_version=3)\n"
+            << all << true;
+        QTest::addRow("mp3 recording time over year, refined genre")
+            << "mp3"
+            << "t = ID3()\nt.add(TYER(encoding=3, text='1997'))\nt.add(TDRC(encoding=3, text='2003-11-21'))\n"
+               "t.add(TCON(encoding=3, text='(9)Heavy'))\nt.save(p, v2_version=4)\n"
+            << QStringList{"Tone", "", "", "", "", "2003", "Heavy", ""} << false;
+        QTest::addRow("mp3 id3v1 only")
+            << "mp3"
+            << "t = ID3()\nt.add(TIT2(encoding=3, text='Old Title'))\nt.add(TPE1(encoding=3, text='Old "
+               "Artist'))\n"
+               "t.add(TALB(encoding=3, text='Old Album'))\nt.add(TDRC(encoding=3, text='1984'))\n"
+               "t.add(TRCK(encoding=3, text='7'))\nt.add(TCON(encoding=3, text='Jazz'))\n"
+               "t.save(p, v1=2)\nfrom mutagen.id3 import delete\ndelete(p, delete_v1=False, delete_v2=True)\n"
+            << QStringList{"Old Title", "Old Artist", "Old Album", "", "7", "1984", "Jazz", ""} << false;
+        const QString mp4Atoms =
+            QStringLiteral("f = MP4(p)\n"
+                           "f['\\xa9nam'] = 'Title'\n"
+                           "f['\\xa9ART'] = 'Artist'\n"
+                           "f['\\xa9alb'] = 'Album'\n"
+                           "f['aART'] = 'Band'\n"
+                           "f['trkn'] = [(3, 12)]\n"
+                           "f['\\xa9day'] = '2019-05-03T00:00:00Z'\n"
+                           "f['\\xa9gen'] = 'Rock'\n"
+                           "f['\\xa9cmt'] = 'Comment'\n"
+                           "f['covr'] = [MP4Cover(img, imageformat=MP4Cover.FORMAT_JPEG)]\n"
+                           "f.save()\n");
+        for (const char* extension : {"m4a", "m4b", "mp4"})
+            QTest::addRow("%s atoms", extension) << extension << mp4Atoms << all << true;
+        QTest::addRow("m4a author only") << "m4a"
+                                         << "f = MP4(p)\nf['\\xa9aut'] = 'Author'\nf.save()\n"
+                                         << QStringList{"Tone", "Author", "", "", "", "", "", ""} << false;
+        QTest::addRow("m4a track without total") << "m4a"
+                                                 << "f = MP4(p)\nf['trkn'] = [(5, 0)]\nf.save()\n"
+                                                 << QStringList{"Tone", "", "", "", "5", "", "", ""} << false;
+        const QString vorbis =
+            QStringLiteral("f = FLAC(p)\n"
+                           "f['TITLE'] = 'Title'\n"
+                           "f['artist'] = 'Artist'\n"
+                           "f['ALBUM'] = 'Album'\n"
+                           "f['ALBUMARTIST'] = 'Band'\n"
+                           "f['TRACKNUMBER'] = '3/12'\n"
+                           "f['DATE'] = '2019-05-03'\n"
+                           "f['GENRE'] = '(17)'\n"
+                           "f['COMMENT'] = 'Comment'\n"
+                           "pic = Picture()\npic.type = 3\npic.mime = 'image/jpeg'\npic.data = img\n");
+        QTest::addRow("flac picture block") << "flac" << vorbis + "f.add_picture(pic)\nf.save()\n"
+                                            << all << true;
+        QTest::addRow("flac picture comment")
+            << "flac"
+            << vorbis + "f['METADATA_BLOCK_PICTURE'] = base64.b64encode(pic.write()).decode()\nf.save()\n"
+            << all << true;
+        QTest::addRow("flac author only") << "flac"
+                                          << "f = FLAC(p)\nf['AUTHOR'] = 'Author'\nf.save()\n"
+                                          << QStringList{"Tone", "Author", "", "", "", "", "", ""} << false;
+        QTest::addRow("flac artist wins over author")
+            << "flac"
+            << "f = FLAC(p)\nf['AUTHOR'] = 'Author'\nf['ARTIST'] = 'Artist'\nf.save()\n"
+            << QStringList{"Tone", "Artist", "", "", "", "", "", ""} << false;
+        const QString chunkTag =
+            id3Frames + "t.add(TDRC(encoding=3, text='2019'))\nt.add(TCON(encoding=3, text='Rock'))\n"
+                        "f.save()\n";
+        QTest::addRow("wav id3 chunk") << "wav"
+                                       << "f = WAVE(p)\nf.add_tags()\nt = f.tags\n" + chunkTag << all << true;
+        for (const char* extension : {"aif", "aiff", "aifc"})
+            QTest::addRow("%s id3 chunk", extension)
+                << extension << "f = AIFF(p)\nf.add_tags()\nt = f.tags\n" + chunkTag << all << true;
+    }
+    void readsTagsWrittenByMutagen() {
+        QFETCH(QString, extension);
+        QFETCH(QString, script);
+        QFETCH(QStringList, expected);
+        QFETCH(bool, embedsArtwork);
+        const QString folder = path(QString::fromLatin1(QTest::currentDataTag()).replace(' ', '_'));
+        QVERIFY(QDir().mkpath(folder));
+        const QString file = folder + "/Tone." + extension;
+        const QString cover = folder + "/embedded.jpg.bin"; // not an image name the folder search looks at
+        QVERIFY(writeFile(cover, jpeg(Qt::blue)));
+        QVERIFY(fixtures::makeAudio(file, 1.0, {"-map_metadata", "-1", "-fflags", "+bitexact"}));
+        QVERIFY(tagWithMutagen(file, script, cover));
+
+        const Track track =
+            MetadataLoader::loadTrackNow(urlOf(file), std::nullopt, FileMetadataReader(), m_noFolderArtwork);
+        const QStringList read = {track.title,       track.artist, track.album, track.albumArtist,
+                                  track.trackNumber, track.year,   track.genre, track.comment};
+        QCOMPARE(read, expected);
+        QVERIFY2(std::abs(track.duration - 1.0) < 0.2, qPrintable(QString::number(track.duration)));
+        if (embedsArtwork) {
+            QCOMPARE(track.artwork, std::optional<QByteArray>(readFile(cover)));
+            QCOMPARE(track.artworkSource, ArtworkSource::embedded());
+        } else {
+            QVERIFY(!track.artwork);
+        }
+        const ExtendedTags tags = MetadataLoader::loadExtendedTags(urlOf(file)).result();
+        QCOMPARE((QStringList{tags.albumArtist, tags.trackNumber, tags.year, tags.genre, tags.comment}),
+                 expected.mid(3));
+    }
+
+    void usesFolderArtworkWithoutEmbeddedArtwork() {
+        const QString folder = path("folder-art");
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(fixtures::makeAudio(folder + "/Plain.mp3"));
+        QVERIFY(writeFile(folder + "/cover.jpg", jpeg(Qt::green, 64)));
+        FolderArtworkCache cache;
+        const Track track = MetadataLoader::loadTrackNow(urlOf(folder + "/Plain.mp3"), std::nullopt,
+                                                         FileMetadataReader(), cache);
+        QCOMPARE(track.artworkSource, ArtworkSource::folder(urlOf(folder + "/cover.jpg")));
+        QCOMPARE(track.artworkSource.label(), "Folder: cover.jpg");
+        QVERIFY(track.artwork && !QImage::fromData(*track.artwork).isNull());
+
+        const Track second = MetadataLoader::loadTrackNow(urlOf(folder + "/Plain.mp3"), std::nullopt,
+                                                          FileMetadataReader(), cache);
+        QCOMPARE(second.artwork->constData(), track.artwork->constData());
+    }
+
+    void sharesIdenticalEmbeddedArtwork() {
+        const QString folder = path("shared-art");
+        QVERIFY(QDir().mkpath(folder));
+        const QString cover = folder + "/cover.bin";
+        QVERIFY(writeFile(cover, jpeg(Qt::yellow, 200)));
+        QList<Track> tracks;
+        for (int i = 0; i < 3; ++i) {
+            const QString file = folder + QStringLiteral("/%1.mp3").arg(i);
+            QVERIFY(fixtures::makeAudio(file, 0.2));
+            QVERIFY(tagWithMutagen(file,
+                                   "t = ID3()\nt.add(APIC(encoding=3, mime='image/jpeg', type=3, data=img))\n"
+                                   "t.save(p)\n",
+                                   cover));
+            tracks.append(MetadataLoader::loadTrack(urlOf(file)).result());
+        }
+        for (const Track& track : tracks) {
+            QCOMPARE(track.artwork, std::optional<QByteArray>(readFile(cover)));
+            QCOMPARE(track.artwork->constData(), tracks.front().artwork->constData());
         }
     }
 };

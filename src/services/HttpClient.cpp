@@ -47,38 +47,42 @@ bool HttpClient::mayFollowRedirect(const QUrl& from, const QUrl& to) {
     return target == QLatin1String("http") && from.scheme().toLower() == QLatin1String("http");
 }
 
-namespace {
-
-// What one transfer has gathered so far; shared by the reply's signal handlers.
-struct Transfer {
+// What one transfer has gathered so far, across its redirects; shared by the replies' signal handlers.
+struct HttpClient::Transfer {
     QPromise<HttpReply> promise;
     QByteArray body;
     std::optional<HttpReply> abandoned; // set when we abort the transfer ourselves, with the reason
+    int redirects = 0;
 };
+
+namespace {
+
+using Transfer = HttpClient::Transfer;
 
 QString translated(const char* text) {
     return QCoreApplication::translate("HttpClient", text);
 }
 
-void abandon(QNetworkReply* reply, Transfer& transfer, HttpReply::Failure failure,
-             QNetworkReply::NetworkError error, const QString& reason) {
-    HttpReply reasonReply;
-    reasonReply.failure = failure;
-    reasonReply.networkError = error;
-    reasonReply.errorText = reason;
-    transfer.abandoned = reasonReply;
+HttpReply failure(QNetworkReply::NetworkError error, const QString& reason,
+                  HttpReply::Failure kind = HttpReply::Failure::Network) {
+    HttpReply reply;
+    reply.failure = kind;
+    reply.networkError = error;
+    reply.errorText = reason;
+    return reply;
+}
+
+void abandonTooLarge(QNetworkReply* reply, Transfer& transfer) {
+    transfer.abandoned =
+        failure(QNetworkReply::UnknownContentError,
+                translated("The server sent a response that is too large."), HttpReply::Failure::TooLarge);
     transfer.body.clear();
     reply->abort();
 }
 
-void abandonTooLarge(QNetworkReply* reply, Transfer& transfer) {
-    abandon(reply, transfer, HttpReply::Failure::TooLarge, QNetworkReply::UnknownContentError,
-            translated("The server sent a response that is too large."));
-}
-
 // Moves what has arrived into the transfer's body, giving up once it passes the cap.
 void takeBody(QNetworkReply* reply, Transfer& transfer) {
-    if (transfer.abandoned)
+    if (transfer.abandoned || !reply->isOpen())
         return;
     transfer.body += reply->read(HttpClient::maxBodyBytes + 1 - transfer.body.size());
     if (transfer.body.size() > HttpClient::maxBodyBytes)
@@ -119,9 +123,9 @@ QFuture<HttpReply> HttpClient::get(const Request& request) {
     for (const auto& [name, value] : request.headers)
         networkRequest.setRawHeader(name, value);
     networkRequest.setAttribute(QNetworkRequest::CacheLoadControlAttribute, request.cache);
+    // Redirects are followed here, one request at a time, so that each one is judged and counted.
     networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                                QNetworkRequest::UserVerifiedRedirectPolicy);
-    networkRequest.setMaximumRedirectsAllowed(maxRedirects);
+                                QNetworkRequest::ManualRedirectPolicy);
     networkRequest.setTransferTimeout(timeoutMs);
     QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
     tls.setPeerVerifyMode(QSslSocket::VerifyPeer);
@@ -129,9 +133,12 @@ QFuture<HttpReply> HttpClient::get(const Request& request) {
 
     auto transfer = std::make_shared<Transfer>();
     transfer->promise.start();
-    QFuture<HttpReply> future = transfer->promise.future();
+    send(networkRequest, transfer);
+    return transfer->promise.future();
+}
 
-    QNetworkReply* reply = m_manager->get(networkRequest);
+void HttpClient::send(QNetworkRequest request, const std::shared_ptr<Transfer>& transfer) {
+    QNetworkReply* reply = m_manager->get(request);
     QObject::connect(reply, &QNetworkReply::metaDataChanged, reply, [reply, transfer] {
         const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
         if (!transfer->abandoned && length.isValid() && length.toLongLong() > maxBodyBytes)
@@ -139,20 +146,31 @@ QFuture<HttpReply> HttpClient::get(const Request& request) {
     });
     QObject::connect(reply, &QNetworkReply::readyRead, reply,
                      [reply, transfer] { takeBody(reply, *transfer); });
-    QObject::connect(reply, &QNetworkReply::redirected, reply, [reply, transfer](const QUrl& target) {
-        if (mayFollowRedirect(reply->url(), target)) {
-            emit reply->redirectAllowed();
+    QObject::connect(reply, &QNetworkReply::finished, reply, [this, request, reply, transfer]() mutable {
+        reply->deleteLater();
+        takeBody(reply, *transfer);
+        const QVariant target = reply->attribute(QNetworkRequest::RedirectionTargetAttribute);
+        if (transfer->abandoned || reply->error() != QNetworkReply::NoError || !target.isValid()) {
+            transfer->promise.addResult(replyFor(reply, *transfer));
+            transfer->promise.finish();
             return;
         }
-        qCWarning(lcServices) << "refusing a redirect from" << reply->url() << "to" << target;
-        abandon(reply, *transfer, HttpReply::Failure::Network, QNetworkReply::InsecureRedirectError,
-                translated("The server redirected the request to an insecure address."));
-    });
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, transfer] {
-        takeBody(reply, *transfer);
-        transfer->promise.addResult(replyFor(reply, *transfer));
+        const QUrl next = reply->url().resolved(target.toUrl());
+        if (++transfer->redirects > maxRedirects) {
+            transfer->promise.addResult(
+                failure(QNetworkReply::TooManyRedirectsError,
+                        translated("The server redirected the request too many times.")));
+        } else if (!mayFollowRedirect(reply->url(), next)) {
+            qCWarning(lcServices) << "refusing a redirect from" << reply->url() << "to" << next;
+            transfer->promise.addResult(
+                failure(QNetworkReply::InsecureRedirectError,
+                        translated("The server redirected the request to an insecure address.")));
+        } else {
+            transfer->body.clear();
+            request.setUrl(next);
+            send(request, transfer);
+            return;
+        }
         transfer->promise.finish();
-        reply->deleteLater();
     });
-    return future;
 }

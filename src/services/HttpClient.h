@@ -67,6 +67,10 @@ public:
     // Whether a redirect from `from` to `to` may be followed.
     static bool mayFollowRedirect(const QUrl& from, const QUrl& to);
 
+    struct Transfer; // one request's state across its redirects; internal
+
 private:
+    void send(QNetworkRequest request, const std::shared_ptr<Transfer>& transfer);
+
     std::unique_ptr<QNetworkAccessManager> m_manager;
 };

@@ -1,0 +1,170 @@
+#include "support/LocalHttpServer.h"
+
+#include <QTcpSocket>
+
+namespace {
+
+constexpr qint64 streamChunk = 64 * 1024;
+constexpr qint64 streamLimit = qint64(1) << 30;
+const char* const sentProperty = "orvelleBytesSent";
+
+QByteArray reasonPhrase(int status) {
+    switch (status) {
+    case 200:
+        return "OK";
+    case 301:
+        return "Moved Permanently";
+    case 302:
+        return "Found";
+    case 404:
+        return "Not Found";
+    case 500:
+        return "Internal Server Error";
+    case 503:
+        return "Service Unavailable";
+    default:
+        return "Status";
+    }
+}
+
+} // namespace
+
+LocalHttpServer::Response LocalHttpServer::Response::json(const QByteArray& body, int status) {
+    Response response;
+    response.status = status;
+    response.body = body;
+    response.headers = {{"Content-Type", "application/json"}};
+    return response;
+}
+
+LocalHttpServer::Response LocalHttpServer::Response::redirect(const QByteArray& location, int status) {
+    Response response;
+    response.status = status;
+    response.headers = {{"Location", location}};
+    return response;
+}
+
+LocalHttpServer::Response LocalHttpServer::Response::neverAnswer() {
+    Response response;
+    response.kind = Kind::NeverAnswer;
+    return response;
+}
+
+LocalHttpServer::Response LocalHttpServer::Response::endlessBody() {
+    Response response;
+    response.kind = Kind::EndlessBody;
+    return response;
+}
+
+QByteArray LocalHttpServer::Request::path() const {
+    const qsizetype query = target.indexOf('?');
+    return query < 0 ? target : target.left(query);
+}
+
+LocalHttpServer::LocalHttpServer(QObject* parent)
+    : QObject(parent) {
+    connect(&m_server, &QTcpServer::newConnection, this, &LocalHttpServer::accept);
+}
+
+LocalHttpServer::~LocalHttpServer() {
+    // Open connections close as the server goes; their handlers must not run on a half-destroyed server.
+    const QList<QTcpSocket*> sockets = m_server.findChildren<QTcpSocket*>();
+    for (QTcpSocket* socket : sockets) {
+        socket->disconnect(this);
+        delete socket;
+    }
+}
+
+bool LocalHttpServer::start() {
+    return m_server.listen(QHostAddress::LocalHost, 0);
+}
+
+QUrl LocalHttpServer::url(const QByteArray& path) const {
+    return QUrl(
+        QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(QString::fromUtf8(path)));
+}
+
+void LocalHttpServer::serve(const QByteArray& path, const Response& response) {
+    m_responses.insert(path, response);
+}
+
+quint16 LocalHttpServer::closedPort() {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost, 0);
+    const quint16 port = probe.serverPort();
+    probe.close();
+    return port;
+}
+
+void LocalHttpServer::accept() {
+    while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+        connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readRequest(socket); });
+        connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
+            m_pending.remove(socket);
+            socket->deleteLater();
+        });
+    }
+}
+
+void LocalHttpServer::readRequest(QTcpSocket* socket) {
+    if (!m_pending.contains(socket) && socket->property(sentProperty).isValid())
+        return; // already answered; ignore anything more on this connection
+    QByteArray& buffer = m_pending[socket];
+    buffer += socket->readAll();
+    const qsizetype end = buffer.indexOf("\r\n\r\n");
+    if (end < 0)
+        return;
+
+    Request request;
+    request.arrivedAt = std::chrono::steady_clock::now();
+    const QList<QByteArray> lines = buffer.left(end).split('\n');
+    const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
+    request.method = requestLine.value(0);
+    request.target = requestLine.value(1);
+    for (qsizetype i = 1; i < lines.size(); ++i) {
+        const qsizetype colon = lines[i].indexOf(':');
+        if (colon > 0)
+            request.headers.insert(lines[i].left(colon).trimmed().toLower(),
+                                   lines[i].mid(colon + 1).trimmed());
+    }
+    m_pending.remove(socket);
+    socket->setProperty(sentProperty, qint64(0));
+    m_requests.append(request);
+    emit requestReceived();
+
+    const auto found = m_responses.constFind(request.path());
+    answer(socket, found != m_responses.cend() ? *found : Response::json("{\"error\":\"Not Found\"}", 404));
+}
+
+void LocalHttpServer::answer(QTcpSocket* socket, const Response& response) {
+    if (response.kind == Response::Kind::NeverAnswer)
+        return;
+    QByteArray head =
+        "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
+    for (const auto& [name, value] : response.headers)
+        head += name + ": " + value + "\r\n";
+    head += "Connection: close\r\n";
+    if (response.kind == Response::Kind::EndlessBody) {
+        // No length: the body ends only when the connection does.
+        socket->write(head + "Content-Type: application/json\r\n\r\n");
+        connect(socket, &QTcpSocket::bytesWritten, this, [this, socket] { streamBody(socket); });
+        streamBody(socket);
+        return;
+    }
+    socket->write(head + "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n\r\n" +
+                  response.body);
+    socket->disconnectFromHost();
+}
+
+void LocalHttpServer::streamBody(QTcpSocket* socket) {
+    qint64 sent = socket->property(sentProperty).toLongLong();
+    // Keep only a little queued, so the server never holds much more than the client has taken.
+    while (socket->state() == QAbstractSocket::ConnectedState && socket->bytesToWrite() < 4 * streamChunk &&
+           sent < streamLimit) {
+        socket->write(QByteArray(streamChunk, ' '));
+        sent += streamChunk;
+    }
+    socket->setProperty(sentProperty, sent);
+    if (sent >= streamLimit)
+        socket->disconnectFromHost();
+}

@@ -1,5 +1,7 @@
 #include "support/LocalHttpServer.h"
 
+#include <QSslConfiguration>
+#include <QSslServer>
 #include <QTcpSocket>
 
 namespace {
@@ -62,13 +64,13 @@ QByteArray LocalHttpServer::Request::path() const {
 }
 
 LocalHttpServer::LocalHttpServer(QObject* parent)
-    : QObject(parent) {
-    connect(&m_server, &QTcpServer::newConnection, this, &LocalHttpServer::accept);
-}
+    : QObject(parent) {}
 
 LocalHttpServer::~LocalHttpServer() {
     // Open connections close as the server goes; their handlers must not run on a half-destroyed server.
-    const QList<QTcpSocket*> sockets = m_server.findChildren<QTcpSocket*>();
+    if (!m_server)
+        return;
+    const QList<QTcpSocket*> sockets = m_server->findChildren<QTcpSocket*>();
     for (QTcpSocket* socket : sockets) {
         socket->disconnect(this);
         delete socket;
@@ -76,12 +78,31 @@ LocalHttpServer::~LocalHttpServer() {
 }
 
 bool LocalHttpServer::start() {
-    return m_server.listen(QHostAddress::LocalHost, 0);
+    return listen(std::make_unique<QTcpServer>());
+}
+
+bool LocalHttpServer::startTls(const QSslCertificate& certificate, const QSslKey& key) {
+    auto server = std::make_unique<QSslServer>();
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setLocalCertificate(certificate);
+    tls.setPrivateKey(key);
+    server->setSslConfiguration(tls);
+    return listen(std::move(server));
+}
+
+bool LocalHttpServer::listen(std::unique_ptr<QTcpServer> server) {
+    m_server = std::move(server);
+    // Emitted once a connection is ready to use, which for TLS is after the handshake.
+    connect(m_server.get(), &QTcpServer::pendingConnectionAvailable, this, &LocalHttpServer::accept);
+    return m_server->listen(QHostAddress::LocalHost, 0);
 }
 
 QUrl LocalHttpServer::url(const QByteArray& path) const {
-    return QUrl(
-        QStringLiteral("http://127.0.0.1:%1%2").arg(m_server.serverPort()).arg(QString::fromUtf8(path)));
+    const bool tls = qobject_cast<QSslServer*>(m_server.get()) != nullptr;
+    return QUrl(QStringLiteral("%1://127.0.0.1:%2%3")
+                    .arg(tls ? QStringLiteral("https") : QStringLiteral("http"))
+                    .arg(m_server->serverPort())
+                    .arg(QString::fromUtf8(path)));
 }
 
 void LocalHttpServer::serve(const QByteArray& path, const Response& response) {
@@ -97,7 +118,7 @@ quint16 LocalHttpServer::closedPort() {
 }
 
 void LocalHttpServer::accept() {
-    while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+    while (QTcpSocket* socket = m_server->nextPendingConnection()) {
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { readRequest(socket); });
         connect(socket, &QTcpSocket::disconnected, this, [this, socket] {
             m_pending.remove(socket);

@@ -8,13 +8,17 @@
 #include <QUrl>
 
 #include <chrono>
+#include <memory>
 #include <utility>
+
+class QSslCertificate;
+class QSslKey;
 
 class QTcpSocket;
 
-// A small HTTP/1.1 server on 127.0.0.1 for tests of the online services. It serves canned responses by
-// path (the query is ignored when choosing one), closes each connection after answering, and records every
-// request it receives with the moment its headers arrived. Runs on the test's own event loop.
+// A small HTTP/1.1 (or HTTPS) server on 127.0.0.1 for tests of the online services. It serves canned
+// responses by path (the query is ignored when choosing one), closes each connection after answering, and
+// records every request it receives with the moment its headers arrived. Runs on the test's own event loop.
 class LocalHttpServer : public QObject {
     Q_OBJECT
 public:
@@ -49,7 +53,9 @@ public:
 
     // Listens on a free port of 127.0.0.1; false when that fails.
     bool start();
-    // http://127.0.0.1:<port><path>
+    // The same, speaking HTTPS with the given certificate and its key.
+    bool startTls(const QSslCertificate& certificate, const QSslKey& key);
+    // http://127.0.0.1:<port><path>, or https:// for a TLS server
     QUrl url(const QByteArray& path) const;
     // What to answer for `path`; unknown paths get 404.
     void serve(const QByteArray& path, const Response& response);
@@ -68,7 +74,9 @@ private:
     void answer(QTcpSocket* socket, const Response& response);
     void streamBody(QTcpSocket* socket);
 
-    QTcpServer m_server;
+    bool listen(std::unique_ptr<QTcpServer> server);
+
+    std::unique_ptr<QTcpServer> m_server;
     QHash<QByteArray, Response> m_responses;
     QList<Request> m_requests;
     QHash<QTcpSocket*, QByteArray> m_pending; // bytes of a request whose headers have not all arrived

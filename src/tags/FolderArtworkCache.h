@@ -57,7 +57,8 @@ public:
     // Score of an image file's name: "cover.jpg" 90, "AlbumArt_{x}_Large.jpg" 100, "cd.jpg" -10, …
     static qint64 rank(const QString& fileName);
     // The image decoded with its orientation applied, scaled to at most maxPixels on its longer side and
-    // encoded as JPEG; nothing when it cannot be decoded or encoded.
+    // encoded as JPEG; nothing when it cannot be decoded or encoded, or decoding it would take more memory
+    // than QImageReader::allocationLimit() allows.
     static std::optional<QByteArray> thumbnail(const QUrl& imageUrl, int maxPixels = maxPixelSize);
     // Lower-case extensions of the files considered: jpg, jpeg, png, gif, bmp, tiff, tif, heic.
     static const QList<QString>& imageExtensions();

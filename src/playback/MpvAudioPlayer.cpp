@@ -53,8 +53,10 @@ void destroyLater(mpv_handle* handle) {
 }
 
 mpv_handle* createHandle() {
-    // libmpv refuses to start unless numbers are formatted the C way.
-    std::setlocale(LC_NUMERIC, "C");
+    // libmpv refuses to start unless numbers are formatted the C way. Set once: setlocale races with
+    // threads that format numbers, and nothing else in the program depends on LC_NUMERIC.
+    static const bool numericLocaleSet = std::setlocale(LC_NUMERIC, "C") != nullptr;
+    Q_UNUSED(numericLocaleSet);
     mpv_handle* handle = mpv_create();
     if (!handle)
         return nullptr;

@@ -100,6 +100,14 @@ private slots:
         QCOMPARE(created.error, expected);
     }
 
+    void givesUpWhenOpeningTakesTooLong() {
+        const QString path = audio(QStringLiteral("slow.mp3"), 1.0);
+        const AudioPlayerCreation created =
+            MpvAudioPlayer::open(QUrl::fromLocalFile(path), std::chrono::milliseconds(0));
+        QVERIFY(!created.player);
+        QCOMPARE(created.error, QStringLiteral("The file took too long to open."));
+    }
+
     void seekClampsToTheDuration() {
         const QString path = audio(QStringLiteral("three.mp3"), 3.0);
         QVERIFY(!path.isEmpty());

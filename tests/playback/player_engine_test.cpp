@@ -2,6 +2,8 @@
 #include "playback/NowPlayingPublisher.h"
 #include "playback/PlayerEngine.h"
 
+#include "support/FakeAudioPlayer.h"
+
 #include <QFile>
 #include <QHash>
 #include <QPointer>
@@ -15,49 +17,8 @@
 
 namespace {
 
-class FakePlayer : public AudioPlayer {
-public:
-    explicit FakePlayer(double duration)
-        : m_duration(duration) {}
-
-    void prepareToPlay() override {}
-    void play() override { m_playing = true; }
-    void pause() override { m_playing = false; }
-    void stop() override { m_playing = false; }
-    void setVolume(float volume) override { m_volume = volume; }
-    double currentTime() const override { return m_time; }
-    void setCurrentTime(double seconds) override { m_time = seconds; }
-    double duration() const override { return m_duration; }
-    bool isPlaying() const override { return m_playing; }
-
-    // What a real back end would report; the engine may destroy this player in response.
-    void end(bool successfully) { emit finished(successfully); }
-    void failDecoding(const QString& description) { emit decodeError(description); }
-
-    double m_time = 0;
-    double m_duration;
-    bool m_playing = false;
-    float m_volume = -1;
-};
-
-// Opens every existing file unless told that it is unreadable; remembers what it opened.
-struct FakeBackend {
-    QHash<QString, QString> unreadable; // local path -> error sentence
-    QList<QString> opened;
-    QPointer<FakePlayer> current;
-    double duration = 100;
-
-    AudioPlayerFactory factory() {
-        return [this](const QUrl& url) {
-            opened.append(url.fileName());
-            if (unreadable.contains(url.toLocalFile()))
-                return AudioPlayerCreation{nullptr, unreadable.value(url.toLocalFile())};
-            auto player = std::make_unique<FakePlayer>(duration);
-            current = player.get();
-            return AudioPlayerCreation{std::move(player), QString()};
-        };
-    }
-};
+using fixtures::FakeAudioBackend;
+using fixtures::FakeAudioPlayer;
 
 struct RecordingPublisher : NowPlayingPublisher {
     QList<std::pair<NowPlayingInfo, NowPlayingState>> published;
@@ -78,7 +39,7 @@ class PlayerEngineTest : public QObject {
 private:
     std::unique_ptr<QTemporaryDir> m_dir; // fresh for every test function
     std::unique_ptr<QSettings> m_settings;
-    FakeBackend m_backend;
+    FakeAudioBackend m_backend;
     std::unique_ptr<PlayerEngine> m_engine;
     QRandomGenerator m_random{20240611};
 
@@ -116,7 +77,7 @@ private slots:
         QVERIFY(m_dir->isValid());
         m_settings = std::make_unique<QSettings>(m_dir->filePath(QStringLiteral("settings.ini")),
                                                  QSettings::IniFormat);
-        m_backend = FakeBackend();
+        m_backend = FakeAudioBackend();
         newEngine();
     }
 
@@ -199,7 +160,7 @@ private slots:
         engine().setQueue(makeQueue(QStringLiteral("ooo")));
         engine().playTrackAt(startIndex);
         m_backend.current->m_time = position;
-        const QPointer<FakePlayer> before = m_backend.current;
+        const QPointer<FakeAudioPlayer> before = m_backend.current;
 
         engine().previous();
 
@@ -214,7 +175,7 @@ private slots:
     void shuffleOnPutsCurrentSongFirst() {
         engine().setQueue(makeQueue(QStringLiteral("oooooooo")));
         engine().playTrackAt(5);
-        const QPointer<FakePlayer> playing = m_backend.current;
+        const QPointer<FakeAudioPlayer> playing = m_backend.current;
 
         engine().setShuffling(true);
 
@@ -365,7 +326,7 @@ private slots:
         QList<Track> tracks = makeQueue(QStringLiteral("oooo"));
         engine().setQueue(tracks);
         engine().playTrackAt(1);
-        const QPointer<FakePlayer> playing = m_backend.current;
+        const QPointer<FakeAudioPlayer> playing = m_backend.current;
         QSignalSpy indexChanged(&engine(), &PlayerEngine::currentIndexChanged);
 
         tracks.move(1, 3);

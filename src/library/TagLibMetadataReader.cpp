@@ -136,6 +136,21 @@ TagItems fromNamedFields(const TagLib::PropertyMap& fields) {
     return out;
 }
 
+TagItems fromId3v1(const TagLib::ID3v1::Tag& tag) {
+    TagItems out;
+    out.addText(CommonKey::Title, qString(tag.title()));
+    out.addText(CommonKey::Artist, qString(tag.artist()));
+    out.addText(CommonKey::AlbumName, qString(tag.album()));
+    if (tag.track() > 0)
+        out.addText(id::id3TrackNumber, QString::number(tag.track()));
+    // A year, not a recording time: a version 2 tag's TYER beside it is the better source.
+    if (tag.year() > 0)
+        out.addText(id::id3Year, QString::number(tag.year()));
+    out.addText(id::id3ContentType, qString(tag.genre()));
+    out.addText(id::id3Comments, qString(tag.comment()));
+    return out;
+}
+
 TagItems fromApe(const TagLib::APE::Tag& tag) {
     TagItems out = fromNamedFields(tag.properties());
     const TagLib::APE::ItemListMap& items = tag.itemListMap();
@@ -210,7 +225,7 @@ AssetMetadata readMpeg(TagLib::IOStream* stream) {
         if (file.hasAPETag())
             tags.append(fromApe(*file.APETag()));
         if (file.hasID3v1Tag())
-            tags.append(fromNamedFields(file.ID3v1Tag()->properties()));
+            tags.append(fromId3v1(*file.ID3v1Tag()));
     }
     return finish(file, tags);
 }
@@ -244,7 +259,7 @@ AssetMetadata readFlac(TagLib::IOStream* stream) {
         if (file.hasID3v2Tag())
             tags.append(fromId3v2(*file.ID3v2Tag()));
         if (file.hasID3v1Tag())
-            tags.append(fromNamedFields(file.ID3v1Tag()->properties()));
+            tags.append(fromId3v1(*file.ID3v1Tag()));
     }
     return finish(file, tags);
 }

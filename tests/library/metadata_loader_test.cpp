@@ -515,6 +515,215 @@ private slots:
             QCOMPARE(track.artwork->constData(), tracks.front().artwork->constData());
         }
     }
+
+    // Damaged, hostile or odd files give a track named after the file, never a crash or a hang.
+    void survivesBadInput_data() {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("unreadable"); // nothing in it reads as audio
+        QTest::addRow("zero bytes") << "empty"
+                                    << "song.mp3" << true;
+        QTest::addRow("text named mp3") << "text"
+                                        << "song.mp3" << true;
+        QTest::addRow("text named caf") << "text"
+                                        << "song.caf" << true;
+        QTest::addRow("id3 size past the end") << "id3-past-end"
+                                               << "song.mp3" << true;
+        QTest::addRow("mp4 atom past the end") << "atom-past-end"
+                                               << "song.m4a" << true;
+        QTest::addRow("folder named mp3") << "folder"
+                                          << "song.mp3" << true;
+        QTest::addRow("fifo named mp3") << "fifo"
+                                        << "song.mp3" << true;
+        QTest::addRow("unreadable file") << "no-permission"
+                                         << "song.mp3" << true;
+        for (const char* extension : {"mp3", "m4a", "flac", "wav", "caf", "adts", "au"}) {
+            QTest::addRow("truncated %s", extension)
+                << "truncated" << QStringLiteral("song.%1").arg(extension) << false;
+            QTest::addRow("bit flipped %s", extension)
+                << "flipped" << QStringLiteral("song.%1").arg(extension) << false;
+        }
+    }
+    void survivesBadInput() {
+        QFETCH(QString, kind);
+        QFETCH(QString, name);
+        QFETCH(bool, unreadable);
+        const QString folder = path("bad/" + QString::fromLatin1(QTest::currentDataTag()).replace(' ', '_'));
+        QVERIFY(QDir().mkpath(folder));
+        const QString file = folder + "/" + name;
+        if (kind == "empty") {
+            QVERIFY(writeFile(file, {}));
+        } else if (kind == "text") {
+            QVERIFY(writeFile(file, QByteArray("just some words, not audio\n").repeated(200)));
+        } else if (kind == "id3-past-end") {
+            // A tag header claiming 256 MB, then a frame claiming more than the file holds.
+            QVERIFY(writeFile(file, QByteArray("ID3\x04\x00\x00\x7f\x7f\x7f\x7f", 10) +
+                                        QByteArray("TIT2\x7f\x7f\x7f\x7f\x00\x00\x03Title", 15)));
+        } else if (kind == "atom-past-end") {
+            QVERIFY(writeFile(file, QByteArray("\x00\x00\x00\x18"
+                                               "ftypM4A \x00\x00\x00\x00M4A isom"
+                                               "\x7f\xff\xff\xff"
+                                               "moov\x7f\xff\xff\x00udta",
+                                               44)));
+        } else if (kind == "folder") {
+            QVERIFY(QDir().mkpath(file));
+        } else if (kind == "fifo") {
+            QCOMPARE(::mkfifo(QFile::encodeName(file).constData(), 0600), 0);
+        } else if (kind == "no-permission") {
+            QVERIFY(writeFile(file, QByteArray("not audio either").repeated(100)));
+            QVERIFY(QFile::setPermissions(file, QFileDevice::Permissions()));
+        } else {
+            QVERIFY(fixtures::makeAudio(file, 1.0, {"-metadata", "title=Damaged"}));
+            QByteArray bytes = readFile(file);
+            if (kind == "truncated") {
+                bytes.truncate(bytes.size() / 3);
+            } else {
+                for (qsizetype i = 7; i < bytes.size(); i += 61)
+                    bytes[i] = char(bytes[i] ^ 0x5a);
+            }
+            QVERIFY(writeFile(file, bytes));
+        }
+
+        // Through the pool, so that a read that blocks shows as a timeout rather than a stuck test.
+        QFuture<Track> loading =
+            MetadataLoader::loadTrack(urlOf(file), PlaylistEntry{urlOf(file), {}, {}, 99.0});
+        QTRY_VERIFY_WITH_TIMEOUT(loading.isFinished(), 10000);
+        const Track hinted = loading.result();
+        QVERIFY(!hinted.isMissing);
+        QVERIFY(std::isfinite(hinted.duration) && hinted.duration > 0);
+        if (unreadable) {
+            QCOMPARE(hinted.duration, 99.0);
+            QCOMPARE(hinted.title, "song");
+            QCOMPARE(hinted.artist, "");
+            QCOMPARE(hinted.album, "");
+            QVERIFY(!hinted.artwork);
+            QCOMPARE(MetadataLoader::loadExtendedTags(urlOf(file)).result(), ExtendedTags{});
+        }
+        QFuture<Track> bare = MetadataLoader::loadTrack(urlOf(file));
+        QTRY_VERIFY_WITH_TIMEOUT(bare.isFinished(), 10000);
+        QVERIFY(std::isfinite(bare.result().duration) && bare.result().duration >= 0);
+        if (unreadable)
+            QCOMPARE(bare.result().duration, 0.0);
+        if (kind == "no-permission")
+            QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
+
+    void readsFileNamesThatAreNotUtf8() {
+        const QByteArray folder = QFile::encodeName(path("raw-names"));
+        QVERIFY(QDir().mkpath(path("raw-names")));
+        QVERIFY(fixtures::makeAudio(path("raw-names/tone.mp3"), 1.0, {"-metadata", "title=Raw"}));
+        const QByteArray rawName = folder + "/caf\xe9 \xff.mp3"; // Latin-1 bytes, invalid as UTF-8
+        QCOMPARE(::rename(QFile::encodeName(path("raw-names/tone.mp3")).constData(), rawName.constData()), 0);
+        const QUrl url = QUrl::fromEncoded("file://" + rawName.toPercentEncoding("/"));
+        QVERIFY(url.isValid());
+        const Track track = MetadataLoader::loadTrackNow(url);
+        ::unlink(rawName.constData()); // the temporary folder's cleanup cannot name it
+        QVERIFY(!track.isMissing);
+        QCOMPARE(track.title, "Raw");
+        QVERIFY(track.duration > 0.5);
+    }
+
+    // Files other tools wrote, from the shared corpus.
+    void readsCorpusFiles_data() {
+        QTest::addColumn<QString>("file");
+        // title, artist, album, album artist, track, year, genre, comment; "*" skips a field
+        QTest::addColumn<QStringList>("expected");
+        QTest::addColumn<bool>("embedsArtwork");
+        QTest::addRow("id3v2.2") << "mutagen/tests/data/id3v22-test.mp3"
+                                 << QStringList{"cosmic american",
+                                                "Anais Mitchell",
+                                                "Hymns for the Exiled",
+                                                "",
+                                                "3/11",
+                                                "2004",
+                                                "",
+                                                "Waterbug Records, www.anaismitchell.com"}
+                                 << false;
+        QTest::addRow("id3v2.3 with id3v1")
+            << "mutagen/tests/data/silence-44-s.mp3"
+            << QStringList{"Silence", "*", "Quod Libet Test Data", "", "02/10", "2004", "Silence", "*"}
+            << false;
+        QTest::addRow("id3v1 only") << "mutagen/tests/data/silence-44-s-v1.mp3"
+                                    << QStringList{"Silence",  "piman", "Quod Libet Test Data",
+                                                   "",         "2",     "2004",
+                                                   "Darkwave", ""}
+                                    << false;
+        QTest::addRow("id3v2.4 with id3v1 and iTunes comments")
+            << "mutagen/tests/data/id3v1v2-combined.mp3"
+            << QStringList{"cosmic american",
+                           "Anais Mitchell",
+                           "*",
+                           "",
+                           "3/11",
+                           "2004",
+                           "*",
+                           "Waterbug Records, www.anaismitchell.com"}
+            << false;
+        QTest::addRow("iTunes 10 id3v2.2 picture")
+            << "taglib/tests/data/itunes10.mp3"
+            << QStringList{"iTunes10MP3", "Artist", "Album",       "Album Artist",
+                           "1/10",        "2011",   "Heavy Metal", "Comments"}
+            << true;
+        QTest::addRow("two id3v2 tags")
+            << "taglib/tests/data/duplicate_id3v2.mp3"
+            << QStringList{"TitleXXXX", "ArtistXXXX", "AlbumXXXX", "", "", "", "", ""} << false;
+        QTest::addRow("malformed TYER")
+            << "mutagen/tests/data/bad-TYER-frame.mp3"
+            << QStringList{"This track has an invalid TYER frame, that used to be able to break Mutagen",
+                           "From 1.01 To 1.02",
+                           "Splitted by Mp3Splt v. 2.1",
+                           "",
+                           "",
+                           "*",
+                           "",
+                           "*"}
+            << false;
+        QTest::addRow("ape then id3v1") << "taglib/tests/data/ape-id3v1.mp3"
+                                        << QStringList{"Title", "*", "*", "*", "*", "*", "*", "*"} << false;
+        QTest::addRow("wav id3 chunk")
+            << "mutagen/tests/data/silence-2s-PCM-16000-08-ID3v23.wav"
+            << QStringList{"Silence", "piman / jzig", "Quod Libet Test Data", "", "02/10", "2004", "Silence",
+                           ""}
+            << true;
+        QTest::addRow("aiff id3 chunk") << "mutagen/tests/data/with-id3.aif"
+                                        << QStringList{"AIFF title", "", "", "", "", "", "", ""} << false;
+        QTest::addRow("m4a without title")
+            << "mutagen/tests/data/has-tags.m4a"
+            << QStringList{"has-tags", "Test Artist", "", "", "", "", "", ""} << true;
+        QTest::addRow("flac") << "mutagen/tests/data/silence-44-s.flac"
+                              << QStringList{"Silence", "*", "Quod Libet Test Data", "", "02/10", "2004",
+                                             "Silence", "*"}
+                              << true;
+        const QStringList anything(8, "*");
+        for (const char* damaged :
+             {"mutagen/tests/data/emptyfile.mp3", "mutagen/tests/data/too-short.mp3",
+              "taglib/tests/data/excessive_alloc.mp3", "taglib/tests/data/compressed_id3_frame.mp3",
+              "taglib/tests/data/extended-header.mp3", "taglib/tests/data/garbage.mp3",
+              "mutagen/tests/data/audacious-trailing-id32-id31.mp3",
+              "mutagen/tests/data/audacious-trailing-id32-apev2.mp3", "mutagen/tests/data/apev2-lyricsv2.mp3",
+              "taglib/tests/data/duplicate_tags.wav", "taglib/tests/data/rare_frames.mp3"})
+            QTest::addRow("%s", damaged) << damaged << anything << false;
+    }
+    void readsCorpusFiles() {
+        QFETCH(QString, file);
+        QFETCH(QStringList, expected);
+        QFETCH(bool, embedsArtwork);
+        const QString local = fixtures::corpusFile(file);
+        if (local.isEmpty())
+            QSKIP("the shared corpus is not beside the checkout");
+        const Track track =
+            MetadataLoader::loadTrackNow(urlOf(local), std::nullopt, FileMetadataReader(), m_noFolderArtwork);
+        const QStringList read = {track.title,       track.artist, track.album, track.albumArtist,
+                                  track.trackNumber, track.year,   track.genre, track.comment};
+        for (qsizetype i = 0; i < expected.size(); ++i) {
+            if (expected[i] != "*")
+                QCOMPARE(read[i], expected[i]);
+        }
+        QVERIFY(!track.isMissing);
+        QVERIFY(std::isfinite(track.duration) && track.duration >= 0);
+        if (embedsArtwork)
+            QCOMPARE(track.artworkSource, ArtworkSource::embedded());
+    }
 };
 
 QTEST_GUILESS_MAIN(MetadataLoaderTest)

@@ -2,7 +2,6 @@
 
 #include "services/ServicesLog.h"
 
-#include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QPromise>
 #include <QSslConfiguration>
@@ -59,10 +58,6 @@ namespace {
 
 using Transfer = HttpClient::Transfer;
 
-QString translated(const char* text) {
-    return QCoreApplication::translate("HttpClient", text);
-}
-
 HttpReply failure(QNetworkReply::NetworkError error, const QString& reason,
                   HttpReply::Failure kind = HttpReply::Failure::Network) {
     HttpReply reply;
@@ -73,9 +68,9 @@ HttpReply failure(QNetworkReply::NetworkError error, const QString& reason,
 }
 
 void abandonTooLarge(QNetworkReply* reply, Transfer& transfer) {
-    transfer.abandoned =
-        failure(QNetworkReply::UnknownContentError,
-                translated("The server sent a response that is too large."), HttpReply::Failure::TooLarge);
+    transfer.abandoned = failure(QNetworkReply::UnknownContentError,
+                                 HttpClient::tr("The server sent a response that is too large."),
+                                 HttpReply::Failure::TooLarge);
     transfer.body.clear();
     reply->abort();
 }
@@ -107,7 +102,7 @@ HttpReply replyFor(QNetworkReply* reply, Transfer& transfer) {
         // Our transfer timeout ends a silent server by cancelling the reply; report it as the timeout it is.
         if (error == QNetworkReply::OperationCanceledError) {
             result.networkError = QNetworkReply::TimeoutError;
-            result.errorText = translated("The request timed out.");
+            result.errorText = HttpClient::tr("The request timed out.");
         }
         return result;
     }
@@ -159,12 +154,12 @@ void HttpClient::send(QNetworkRequest request, const std::shared_ptr<Transfer>& 
         if (++transfer->redirects > maxRedirects) {
             transfer->promise.addResult(
                 failure(QNetworkReply::TooManyRedirectsError,
-                        translated("The server redirected the request too many times.")));
+                        HttpClient::tr("The server redirected the request too many times.")));
         } else if (!mayFollowRedirect(reply->url(), next)) {
             qCWarning(lcServices) << "refusing a redirect from" << reply->url() << "to" << next;
             transfer->promise.addResult(
                 failure(QNetworkReply::InsecureRedirectError,
-                        translated("The server redirected the request to an insecure address.")));
+                        HttpClient::tr("The server redirected the request to an insecure address.")));
         } else {
             transfer->body.clear();
             request.setUrl(next);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QCoreApplication>
 #include <QFuture>
 #include <QList>
 #include <QNetworkReply>
@@ -43,6 +44,7 @@ struct HttpReply {
 // - abandons a body larger than maxBodyBytes instead of holding it in memory.
 // Lives on the thread that created it; its futures finish on that thread's event loop.
 class HttpClient {
+    Q_DECLARE_TR_FUNCTIONS(HttpClient)
 public:
     static constexpr qint64 maxBodyBytes = 4 * 1024 * 1024;
     static constexpr int maxRedirects = 5;

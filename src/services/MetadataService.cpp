@@ -12,18 +12,6 @@
 
 #include <memory>
 
-namespace {
-
-QString translated(const char* text) {
-    return QCoreApplication::translate("MetadataService", text);
-}
-
-QString unreadableResponse() {
-    return translated("The metadata service sent a response this app couldn't read.");
-}
-
-} // namespace
-
 MetadataService::MetadataService(const QString& endpoint, QObject* parent)
     : QObject(parent)
     , m_endpoint(endpoint) {}
@@ -79,7 +67,7 @@ QFuture<LookupResult> MetadataService::send(const QString& title, const QString&
     const std::optional<QUrl> url = MusicBrainz::searchUrl(m_endpoint, title, artist, album);
     if (!url)
         return QtFuture::makeReadyFuture(
-            LookupResult::failed(translated("Couldn't build a search query for this track.")));
+            LookupResult::failed(tr("Couldn't build a search query for this track.")));
 
     HttpClient::Request request;
     request.url = *url;
@@ -88,9 +76,10 @@ QFuture<LookupResult> MetadataService::send(const QString& title, const QString&
 }
 
 LookupResult MetadataService::resultFor(const HttpReply& reply) {
+    const QString unreadable = tr("The metadata service sent a response this app couldn't read.");
     switch (reply.failure) {
     case HttpReply::Failure::TooLarge:
-        return LookupResult::failed(unreadableResponse());
+        return LookupResult::failed(unreadable);
     case HttpReply::Failure::Network:
         qCInfo(lcServices) << "MusicBrainz lookup failed:" << reply.errorText;
         return reply.isOffline() ? LookupResult::offline() : LookupResult::failed(reply.errorText);
@@ -98,15 +87,13 @@ LookupResult MetadataService::resultFor(const HttpReply& reply) {
         break;
     }
     if (reply.status && *reply.status == 503)
-        return LookupResult::failed(
-            translated("MusicBrainz is rate-limiting requests. Try again in a moment."));
+        return LookupResult::failed(tr("MusicBrainz is rate-limiting requests. Try again in a moment."));
     if (reply.status && *reply.status != 200)
-        return LookupResult::failed(
-            translated("The metadata service returned an error (%1).").arg(*reply.status));
+        return LookupResult::failed(tr("The metadata service returned an error (%1).").arg(*reply.status));
 
     const std::optional<MBResponse> response = MusicBrainz::decodeResponse(reply.body);
     if (!response)
-        return LookupResult::failed(unreadableResponse());
+        return LookupResult::failed(unreadable);
     const std::optional<MBRecording> best =
         MusicBrainz::bestRecording(response->recordings.value_or(QList<MBRecording>{}));
     if (!best)

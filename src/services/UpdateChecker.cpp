@@ -4,7 +4,6 @@
 
 #include <OrvelleVersion.h>
 
-#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
@@ -12,10 +11,6 @@
 #include <algorithm>
 
 namespace {
-
-QString translated(const char* text) {
-    return QCoreApplication::translate("UpdateChecker", text);
-}
 
 // Reads the feed's keys; remembers the first value of the wrong type, which makes the feed unreadable.
 class FeedReader {
@@ -134,8 +129,7 @@ QFuture<void> UpdateChecker::checkNow() {
     recordCheckStarted();
     return check(true).then(this, [this](bool published) {
         if (!published && !m_manualCheckResult) {
-            setManualCheckResult(
-                translated("You're up to date — version %1 is the latest.").arg(m_installedVersion));
+            setManualCheckResult(tr("You're up to date — version %1 is the latest.").arg(m_installedVersion));
         }
     });
 }
@@ -164,17 +158,17 @@ bool UpdateChecker::handleReply(const HttpReply& reply, bool userInitiated) {
             setManualCheckResult(message);
         return false;
     };
-    const QString unreadable = translated("The update file couldn't be read. It may be malformed.");
+    const QString unreadable = tr("The update file couldn't be read. It may be malformed.");
     if (reply.failure == HttpReply::Failure::Network) {
         qCInfo(lcServices) << "update check failed:" << reply.errorText;
         if (reply.isNoConnection())
-            return report(translated("No internet connection, so the update check couldn't run."));
-        return report(translated("Update check failed: %1").arg(reply.errorText));
+            return report(tr("No internet connection, so the update check couldn't run."));
+        return report(tr("Update check failed: %1").arg(reply.errorText));
     }
     if (reply.failure == HttpReply::Failure::TooLarge)
         return report(unreadable);
     if (reply.status && *reply.status != 200)
-        return report(translated("Couldn't reach the update server (%1).").arg(*reply.status));
+        return report(tr("Couldn't reach the update server (%1).").arg(*reply.status));
 
     const std::optional<Release> release = Release::fromJson(reply.body);
     if (!release)

@@ -31,7 +31,7 @@ AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
     }
     const QString extension = lowerExtension(localPath);
     if (TagLibMetadataReader::reads(extension)) {
-        AssetMetadata metadata = TagLibMetadataReader::read(fd, extension);
+        AssetMetadata metadata = TagLibMetadataReader::read(fd, status.st_size, extension);
         if (metadata.readable)
             return metadata;
     } else {

@@ -1,5 +1,6 @@
 #include "library/TagLibMetadataReader.h"
 
+#include "library/ReadOnlyFileStream.h"
 #include "library/TagItems.h"
 #include "tags/Id3Genres.h"
 
@@ -16,12 +17,9 @@
 #include <taglib/mp4file.h>
 #include <taglib/mpegfile.h>
 #include <taglib/textidentificationframe.h>
-#include <taglib/tfilestream.h>
 #include <taglib/tpropertymap.h>
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
-
-#include <unistd.h>
 
 namespace TagLibMetadataReader {
 
@@ -291,13 +289,8 @@ bool reads(QStringView lowerExtension) {
     return known.contains(lowerExtension);
 }
 
-AssetMetadata read(int fd, QStringView lowerExtension) {
-    // Read-only: opening for writing would wake file watchers and fail on read-only files.
-    TagLib::FileStream stream(fd, true);
-    if (!stream.isOpen()) {
-        ::close(fd);
-        return {};
-    }
+AssetMetadata read(int fd, long long size, QStringView lowerExtension) {
+    ReadOnlyFileStream stream(fd, size);
     if (lowerExtension == u"mp3")
         return readMpeg(&stream);
     if (lowerExtension == u"flac")

@@ -10,8 +10,9 @@ namespace TagLibMetadataReader {
 // True for the lower-case extensions TagLib reads here.
 bool reads(QStringView lowerExtension);
 
-// Reads the open regular file `fd` (taking ownership of it) as the format its extension names. The
-// duration is TagLib's fast estimate. `readable` is false when TagLib does not recognise the content.
-AssetMetadata read(int fd, QStringView lowerExtension);
+// Reads the open regular file `fd` of `size` bytes (taking ownership of it) as the format its extension
+// names. The duration is TagLib's fast estimate. `readable` is false when TagLib does not recognise the
+// content.
+AssetMetadata read(int fd, long long size, QStringView lowerExtension);
 
 } // namespace TagLibMetadataReader

@@ -170,7 +170,9 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
                    FolderArtworkCache& folderArtwork) {
     Track track;
     track.id = QUuid::createUuid();
-    track.url = url.adjusted(QUrl::NormalizePathSegments);
+    // Keeping the caller's URL when it is already normal shares its buffers instead of copying them.
+    const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
+    track.url = normalized == url ? url : normalized;
     const std::optional<QString> hintTitle = hint ? hint->title : std::nullopt;
     const std::optional<QString> hintArtist = hint ? hint->artist : std::nullopt;
     const double hintDuration = hint && hint->duration ? *hint->duration : 0;

@@ -2,13 +2,14 @@
 // loaders' pool) and prints tracks per second, cold and with folder artwork cached, and the heap a loaded
 // Track costs beyond its artwork.
 //
-// The library: 2,000 short MP3s in 200 album folders, ID3v2.4 tags; even albums carry a ~35 KB cover
+// The library: 2,000 one-second MP3s in 200 album folders, ID3v2.4 tags; even albums carry a ~35 KB cover
 // embedded in every track, odd albums a cover.jpg beside the tracks. Files are read once before timing so
 // the page cache holds them. Usage: metadata_load_bench [work folder]   (default: a temporary folder)
 
 #include "library/ArtworkInterner.h"
 #include "library/MetadataLoader.h"
 #include "support/Fixtures.h"
+#include "support/MusicFolder.h"
 
 #include <QBuffer>
 #include <QCoreApplication>
@@ -90,8 +91,8 @@ bool makeLibrary(const QString& root) {
         if (!writeFile(QStringLiteral("%1/%2.jpg").arg(covers).arg(album), image))
             return false;
     }
-    const QString base = root + "/base.mp3";
-    if (!fixtures::makeAudio(base, 0.5))
+    const QString base = fixtures::sampleSong();
+    if (base.isEmpty())
         return false;
     const fixtures::ToolResult tagged =
         fixtures::run(fixtures::systemPython(),

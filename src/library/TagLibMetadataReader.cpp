@@ -21,6 +21,9 @@
 #include <taglib/wavfile.h>
 #include <taglib/xiphcomment.h>
 
+#include <algorithm>
+#include <iterator>
+
 namespace TagLibMetadataReader {
 
 namespace {
@@ -86,6 +89,22 @@ QString contentType(const TagLib::ID3v2::Frame& frame) {
     return genre;
 }
 
+// The text frames read, as a common key or under their identifier.
+struct TextFrame {
+    const char* name;
+    CommonKey key;
+    const QString* identifier; // null: a common item
+};
+const TextFrame textFrames[] = {
+    {"TIT2", CommonKey::Title, nullptr},
+    {"TPE1", CommonKey::Artist, nullptr},
+    {"TALB", CommonKey::AlbumName, nullptr},
+    {"TPE2", {}, &id::id3Band},
+    {"TRCK", {}, &id::id3TrackNumber},
+    {"TDRC", {}, &id::id3RecordingTime},
+    {"TYER", {}, &id::id3Year},
+};
+
 TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
     using namespace TagLib::ID3v2;
     TagItems out;
@@ -97,27 +116,21 @@ TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
             if (const auto* apic = dynamic_cast<const AttachedPictureFrame*>(frame))
                 picture.offer(apic->picture(), apic->type() == AttachedPictureFrame::FrontCover);
         } else if (name == "COMM") {
-            // iTunes keeps its loudness and CD lookup data in comments described "iTunNORM", "iTunes_CDDB_1"
-            // …
+            // iTunes keeps loudness and CD lookup data in comments described "iTunNORM", "iTunes_CDDB_1" …
             const auto* comment = dynamic_cast<const CommentsFrame*>(frame);
             if (comment && !comment->description().startsWith("iTun"))
                 out.addText(id::id3Comments, qString(comment->text()));
-        } else if (name == "TIT2") {
-            out.addText(CommonKey::Title, frameText(*frame));
-        } else if (name == "TPE1") {
-            out.addText(CommonKey::Artist, frameText(*frame));
-        } else if (name == "TALB") {
-            out.addText(CommonKey::AlbumName, frameText(*frame));
-        } else if (name == "TPE2") {
-            out.addText(id::id3Band, frameText(*frame));
-        } else if (name == "TRCK") {
-            out.addText(id::id3TrackNumber, frameText(*frame));
-        } else if (name == "TDRC") {
-            out.addText(id::id3RecordingTime, frameText(*frame));
-        } else if (name == "TYER") {
-            out.addText(id::id3Year, frameText(*frame));
         } else if (name == "TCON") {
             out.addText(id::id3ContentType, contentType(*frame));
+        } else {
+            const auto text = std::find_if(std::begin(textFrames), std::end(textFrames),
+                                           [&name](const TextFrame& known) { return name == known.name; });
+            if (text == std::end(textFrames))
+                continue;
+            if (text->identifier)
+                out.addText(*text->identifier, frameText(*frame));
+            else
+                out.addText(text->key, frameText(*frame));
         }
     }
     picture.addTo(out);

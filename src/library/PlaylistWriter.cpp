@@ -1,16 +1,12 @@
 #include "library/PlaylistFile.h"
 
+#include "library/SymlinkResolver.h"
 #include "library/TextDecoding.h"
 
 #include <QDir>
-#include <QFile>
-#include <QHash>
 #include <QSaveFile>
 #include <QVarLengthArray>
 
-#include <sys/stat.h>
-
-#include <cstdlib>
 #include <memory>
 
 namespace {
@@ -19,63 +15,6 @@ QString parentFolder(const QString& cleanPath) {
     const qsizetype slash = cleanPath.lastIndexOf(u'/');
     return slash > 0 ? cleanPath.first(slash) : QStringLiteral("/");
 }
-
-QString joinedPath(const QString& folder, QStringView name) {
-    QString path = folder;
-    if (!path.endsWith(u'/'))
-        path += u'/';
-    return path += name;
-}
-
-std::optional<QString> realPath(const QString& path) {
-    if (path.contains(QChar(0)))
-        return std::nullopt;
-    char* resolved = ::realpath(QFile::encodeName(path).constData(), nullptr);
-    if (!resolved)
-        return std::nullopt;
-    QString result = QFile::decodeName(resolved);
-    std::free(resolved);
-    return result;
-}
-
-bool isSymbolicLink(const QString& path) {
-    struct stat info;
-    return !path.contains(QChar(0)) && ::lstat(QFile::encodeName(path).constData(), &info) == 0 &&
-           S_ISLNK(info.st_mode);
-}
-
-// Resolves symbolic links in clean absolute paths, also for paths that do not exist (the part that exists
-// is resolved). Folders are cached, so a playlist of many songs from few folders costs one lstat per song.
-class SymlinkResolver {
-public:
-    QString folder(const QString& path) {
-        if (const auto cached = m_folders.constFind(path); cached != m_folders.constEnd())
-            return *cached;
-        QString resolved;
-        if (std::optional<QString> real = realPath(path))
-            resolved = std::move(*real);
-        else if (path == u'/')
-            resolved = path;
-        else
-            resolved =
-                joinedPath(folder(parentFolder(path)), QStringView(path).sliced(path.lastIndexOf(u'/') + 1));
-        m_folders.insert(path, resolved);
-        return resolved;
-    }
-
-    QString file(const QString& path) {
-        if (path == u'/')
-            return path;
-        const QString candidate =
-            joinedPath(folder(parentFolder(path)), QStringView(path).sliced(path.lastIndexOf(u'/') + 1));
-        if (isSymbolicLink(candidate))
-            return realPath(candidate).value_or(candidate);
-        return candidate;
-    }
-
-private:
-    QHash<QString, QString> m_folders;
-};
 
 // Paths of files relative to one folder, for all the songs of one playlist.
 class RelativePaths {
@@ -163,7 +102,8 @@ QString m3uText(const QList<Track>& tracks, EntryWriter& write) {
     QString text = QStringLiteral("#EXTM3U\n");
     for (const Track& track : tracks) {
         const EntryText entry = write(track);
-        text += QStringLiteral("#EXTINF:") + entry.seconds + u',' + entry.label + u'\n' + entry.path + u'\n';
+        text.append(u"#EXTINF:").append(entry.seconds).append(u',').append(entry.label).append(u'\n');
+        text.append(entry.path).append(u'\n');
     }
     return text;
 }
@@ -173,8 +113,9 @@ QString plsText(const QList<Track>& tracks, EntryWriter& write) {
     for (qsizetype i = 0; i < tracks.size(); ++i) {
         const EntryText entry = write(tracks[i]);
         const QString n = QString::number(i + 1);
-        text += QStringLiteral("File") + n + u'=' + entry.path + QStringLiteral("\nTitle") + n + u'=' +
-                entry.label + QStringLiteral("\nLength") + n + u'=' + entry.seconds + u'\n';
+        text.append(u"File").append(n).append(u'=').append(entry.path).append(u'\n');
+        text.append(u"Title").append(n).append(u'=').append(entry.label).append(u'\n');
+        text.append(u"Length").append(n).append(u'=').append(entry.seconds).append(u'\n');
     }
     text += QStringLiteral("NumberOfEntries=%1\nVersion=2\n").arg(tracks.size());
     return text;

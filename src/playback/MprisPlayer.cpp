@@ -151,8 +151,6 @@ void MprisPlayer::Play() {
 }
 
 void MprisPlayer::Seek(qlonglong offset) {
-    if (!m_info)
-        return;
     runOnEngine([by = toSeconds(offset)](PlayerEngine& engine) { engine.skip(by); });
 }
 

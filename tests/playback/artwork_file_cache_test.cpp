@@ -1,27 +1,16 @@
 // Covers handed to desktop clients as files: one file per distinct picture, none for bytes that are not one.
 #include "playback/ArtworkFileCache.h"
+#include "support/Pictures.h"
 
-#include <QBuffer>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QImage>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
 namespace {
-
-QByteArray picture(const char* format, QColor color) {
-    QImage image(16, 16, QImage::Format_RGB32);
-    image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, format);
-    return bytes;
-}
 
 QByteArray contents(const QString& path) {
     QFile file(path);
@@ -38,10 +27,10 @@ private slots:
         QTest::addColumn<QByteArray>("bytes");
         QTest::addColumn<QString>("extension"); // empty: no file
 
-        QTest::addRow("png") << picture("PNG", Qt::red) << "png";
-        QTest::addRow("jpeg") << picture("JPEG", Qt::green) << "jpg";
+        QTest::addRow("png") << fixtures::pictureBytes("PNG", Qt::red) << "png";
+        QTest::addRow("jpeg") << fixtures::pictureBytes("JPEG", Qt::green) << "jpg";
         QTest::addRow("text") << QByteArray("just some words, no picture") << "";
-        QTest::addRow("a truncated png") << picture("PNG", Qt::blue).left(40) << "";
+        QTest::addRow("a truncated png") << fixtures::pictureBytes("PNG", Qt::blue).left(40) << "";
         QTest::addRow("empty") << QByteArray() << "";
     }
 
@@ -68,8 +57,8 @@ private slots:
 
     void eachPictureIsWrittenOnce() {
         QTemporaryDir dir;
-        const QByteArray red = picture("PNG", Qt::red);
-        const QByteArray blue = picture("PNG", Qt::blue);
+        const QByteArray red = fixtures::pictureBytes("PNG", Qt::red);
+        const QByteArray blue = fixtures::pictureBytes("PNG", Qt::blue);
         ArtworkFileCache cache(dir.path());
         const std::optional<QUrl> first = cache.fileFor(red);
         QVERIFY(first);
@@ -98,7 +87,7 @@ private slots:
         ArtworkFileCache cache(blocker + QStringLiteral("/art"));
         QTest::ignoreMessage(QtWarningMsg,
                              QRegularExpression(QStringLiteral("Cannot create the artwork folder")));
-        QVERIFY(!cache.fileFor(picture("PNG", Qt::red)));
+        QVERIFY(!cache.fileFor(fixtures::pictureBytes("PNG", Qt::red)));
     }
 
     void defaultFolderIsInTheUserCache() {

@@ -5,8 +5,8 @@
 #include "playback/PlayerEngine.h"
 #include "support/FakeAudioPlayer.h"
 #include "support/Fixtures.h"
+#include "support/Pictures.h"
 
-#include <QBuffer>
 #include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -14,7 +14,6 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
 #include <QFile>
-#include <QImage>
 #include <QProcess>
 #include <QSettings>
 #include <QSignalSpy>
@@ -32,16 +31,6 @@ const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Propert
 
 // Set in the copy of this program that runs against a bus address where nothing listens.
 const char* const noBusChild = "ORVELLE_MPRIS_TEST_WITHOUT_BUS";
-
-QByteArray pngPicture(QColor color) {
-    QImage image(8, 8, QImage::Format_RGB32);
-    image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, "PNG");
-    return bytes;
-}
 
 // A second client of the bus: records the player's signals and makes calls without blocking the
 // main thread, which has to keep serving the player it calls.
@@ -205,7 +194,8 @@ private slots:
         m_backend = {};
         m_backend.duration = 200;
         m_tracks = {song(QStringLiteral("1.mp3"), QStringLiteral("Blue Train"),
-                         QStringLiteral("John Coltrane"), QStringLiteral("Blue Train"), pngPicture(Qt::blue)),
+                         QStringLiteral("John Coltrane"), QStringLiteral("Blue Train"),
+                         fixtures::pictureBytes("PNG", Qt::blue)),
                     song(QStringLiteral("2.mp3"), QStringLiteral("Moment's Notice"),
                          QStringLiteral("John Coltrane"), QStringLiteral("Blue Train")),
                     song(QStringLiteral("3.mp3"), QStringLiteral("Lazy Bird"),
@@ -230,7 +220,8 @@ private slots:
 
         const QStringList tags{"Giant Steps", "John Coltrane", "Giant Steps"};
         QTest::addRow("tagged, with a cover")
-            << "a.mp3" << tags << std::optional<QByteArray>(pngPicture(Qt::red)) << tags << true;
+            << "a.mp3" << tags << std::optional<QByteArray>(fixtures::pictureBytes("PNG", Qt::red)) << tags
+            << true;
         QTest::addRow("untagged") << "01 Intro.mp3" << QStringList{"", "", ""} << std::optional<QByteArray>()
                                   << QStringList{"01 Intro", "Unknown artist", "Unknown album"} << false;
         QTest::addRow("cover bytes that are not a picture")

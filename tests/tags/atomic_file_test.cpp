@@ -1,5 +1,6 @@
 #include "tags/AtomicFile.h"
 
+#include "support/FileContents.h"
 #include "support/ScratchMount.h"
 
 #include <QDir>
@@ -15,21 +16,9 @@
 
 namespace {
 
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeAll(const QString& path, const QByteArray& contents) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) == contents.size();
-}
-
-// Every name in the folder, hidden ones included: a leftover temporary file shows up here.
-QStringList entries(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                                  QDir::Name);
-}
+using fixtures::folderEntries;
+using fixtures::readFile;
+using fixtures::writeFile;
 
 mode_t permissionBits(const QString& path) {
     struct stat info {};
@@ -78,12 +67,12 @@ void AtomicFileTest::replacesContents() {
     QTemporaryDir dir;
     const QString path = dir.filePath("song name.mp3");
     if (exists)
-        QVERIFY(writeAll(path, "old contents, longer than the new ones"));
+        QVERIFY(writeFile(path, "old contents, longer than the new ones"));
 
     QCOMPARE(replaceFileAtomically(contents, path, ReplaceMode(mode)), std::nullopt);
 
-    QCOMPARE(readAll(path), contents);
-    QCOMPARE(entries(dir.path()), QStringList{"song name.mp3"});
+    QCOMPARE(readFile(path), contents);
+    QCOMPARE(folderEntries(dir.path()), QStringList{"song name.mp3"});
 }
 
 void AtomicFileTest::keepsPermissionBits_data() {
@@ -98,12 +87,12 @@ void AtomicFileTest::keepsPermissionBits() {
     QFETCH(int, mode);
     QTemporaryDir dir;
     const QString path = dir.filePath("a.mp3");
-    QVERIFY(writeAll(path, "old"));
+    QVERIFY(writeFile(path, "old"));
     QCOMPARE(::chmod(QFile::encodeName(path).constData(), mode_t(mode)), 0);
 
     QCOMPARE(replaceFileAtomically("new", path, ReplaceMode::ReplaceExisting), std::nullopt);
 
-    QCOMPARE(readAll(path), QByteArray("new"));
+    QCOMPARE(readFile(path), QByteArray("new"));
     QCOMPARE(int(permissionBits(path)), mode);
 }
 
@@ -133,7 +122,7 @@ void AtomicFileTest::followsSymbolicLinks() {
     QTemporaryDir dir;
     QVERIFY(QDir(dir.path()).mkpath("music"));
     const QString real = dir.filePath("music/real.mp3");
-    QVERIFY(writeAll(real, "old"));
+    QVERIFY(writeFile(real, "old"));
     QCOMPARE(::chmod(QFile::encodeName(real).constData(), 0640), 0);
     const QString stored = linkTarget.isEmpty() ? real : linkTarget;
     QString link = dir.filePath("link.mp3");
@@ -149,10 +138,10 @@ void AtomicFileTest::followsSymbolicLinks() {
 
     QVERIFY(QFileInfo(link).isSymLink());
     QCOMPARE(QFileInfo(link).symLinkTarget(), storedBefore);
-    QCOMPARE(readAll(real), QByteArray("new"));
+    QCOMPARE(readFile(real), QByteArray("new"));
     QCOMPARE(int(permissionBits(real)), 0640);
-    QCOMPARE(entries(dir.filePath("music")), QStringList{"real.mp3"});
-    QVERIFY(!entries(dir.path()).join(' ').contains("tagtmp"));
+    QCOMPARE(folderEntries(dir.filePath("music")), QStringList{"real.mp3"});
+    QVERIFY(!folderEntries(dir.path()).join(' ').contains("tagtmp"));
 }
 
 void AtomicFileTest::danglingLink() {
@@ -161,25 +150,25 @@ void AtomicFileTest::danglingLink() {
     QCOMPARE(::symlink("gone.m3u", QFile::encodeName(link).constData()), 0);
 
     QVERIFY(replaceFileAtomically("x", link, ReplaceMode::ReplaceExisting).has_value());
-    QCOMPARE(entries(dir.path()), QStringList{"link.m3u"});
+    QCOMPARE(folderEntries(dir.path()), QStringList{"link.m3u"});
 
     QCOMPARE(replaceFileAtomically("x", link, ReplaceMode::CreateOrReplace), std::nullopt);
     QVERIFY(QFileInfo(link).isSymLink());
-    QCOMPARE(readAll(dir.filePath("gone.m3u")), QByteArray("x"));
+    QCOMPARE(readFile(dir.filePath("gone.m3u")), QByteArray("x"));
 }
 
 // A file deleted (or moved away) after it was read must not come back with the new tags.
 void AtomicFileTest::vanishedFileIsNotBroughtBack() {
     QTemporaryDir dir;
     const QString path = dir.filePath("song.mp3");
-    QVERIFY(writeAll(path, "old"));
+    QVERIFY(writeFile(path, "old"));
     QVERIFY(QFile::remove(path));
 
     const std::optional<QString> error = replaceFileAtomically("new", path, ReplaceMode::ReplaceExisting);
 
     QVERIFY(error.has_value());
     QCOMPARE(*error, qt_error_string(ENOENT));
-    QVERIFY(entries(dir.path()).isEmpty());
+    QVERIFY(folderEntries(dir.path()).isEmpty());
 }
 
 // A temporary name left behind, even one planted as a link to another file, is replaced, not written through.
@@ -187,40 +176,30 @@ void AtomicFileTest::staleTemporaryFileIsNotFollowed() {
     QTemporaryDir dir;
     const QString path = dir.filePath("song.mp3");
     const QString elsewhere = dir.filePath("elsewhere");
-    QVERIFY(writeAll(path, "old"));
-    QVERIFY(writeAll(elsewhere, "keep me"));
+    QVERIFY(writeFile(path, "old"));
+    QVERIFY(writeFile(elsewhere, "keep me"));
     QCOMPARE(::symlink("elsewhere", QFile::encodeName(dir.filePath(".song.mp3.tagtmp")).constData()), 0);
 
     QCOMPARE(replaceFileAtomically("new", path, ReplaceMode::ReplaceExisting), std::nullopt);
 
-    QCOMPARE(readAll(path), QByteArray("new"));
-    QCOMPARE(readAll(elsewhere), QByteArray("keep me"));
-    QCOMPARE(entries(dir.path()), (QStringList{"elsewhere", "song.mp3"}));
+    QCOMPARE(readFile(path), QByteArray("new"));
+    QCOMPARE(readFile(elsewhere), QByteArray("keep me"));
+    QCOMPARE(folderEntries(dir.path()), (QStringList{"elsewhere", "song.mp3"}));
 }
 
 void AtomicFileTest::readOnlyFolderLeavesTheFile() {
-    // Root writes through permission bits, so as root the folder is a read-only mount instead.
-    QTemporaryDir plain;
-    fixtures::ScratchMount mount(1 << 20);
-    const bool root = ::geteuid() == 0;
-    if (root && !mount.isValid())
+    fixtures::LockedFolder folder;
+    if (!folder.isValid())
         QSKIP("running as root without the right to mount: no folder is read-only to this process");
-    const QString folder = root ? mount.path() : plain.path();
-    const QString path = folder + "/song.mp3";
-    QVERIFY(writeAll(path, "old"));
-    if (root)
-        QVERIFY(mount.setReadOnly(true));
-    else
-        QCOMPARE(::chmod(QFile::encodeName(folder).constData(), 0555), 0);
+    const QString path = folder.filePath("song.mp3");
+    QVERIFY(writeFile(path, "old"));
+    QVERIFY(folder.lock());
 
     const std::optional<QString> error = replaceFileAtomically("new", path, ReplaceMode::ReplaceExisting);
 
-    if (!root)
-        ::chmod(QFile::encodeName(folder).constData(), 0755);
-    QVERIFY(error.has_value());
-    QCOMPARE(*error, qt_error_string(root ? EROFS : EACCES));
-    QCOMPARE(readAll(path), QByteArray("old"));
-    QCOMPARE(entries(folder), QStringList{"song.mp3"});
+    QCOMPARE(error, qt_error_string(folder.writeError()));
+    QCOMPARE(readFile(path), QByteArray("old"));
+    QCOMPARE(folderEntries(folder.path()), QStringList{"song.mp3"});
 }
 
 void AtomicFileTest::fullDiskLeavesTheFile() {
@@ -229,15 +208,15 @@ void AtomicFileTest::fullDiskLeavesTheFile() {
         QSKIP("cannot mount a small file system here");
     const QString path = disk.filePath("song.mp3");
     const QByteArray old(100 * 1024, 'o');
-    QVERIFY(writeAll(path, old));
+    QVERIFY(writeFile(path, old));
 
     const std::optional<QString> error =
         replaceFileAtomically(QByteArray(200 * 1024, 'n'), path, ReplaceMode::ReplaceExisting);
 
     QVERIFY(error.has_value());
     QCOMPARE(*error, qt_error_string(ENOSPC));
-    QCOMPARE(readAll(path), old);
-    QCOMPARE(entries(disk.path()), QStringList{"song.mp3"});
+    QCOMPARE(readFile(path), old);
+    QCOMPARE(folderEntries(disk.path()), QStringList{"song.mp3"});
 }
 
 // The same failure in the middle of writing, on any machine: a file size limit stops the write.
@@ -245,7 +224,7 @@ void AtomicFileTest::fileSizeLimitLeavesTheFile() {
     QTemporaryDir dir;
     const QString path = dir.filePath("song.mp3");
     const QByteArray old(4096, 'o');
-    QVERIFY(writeAll(path, old));
+    QVERIFY(writeFile(path, old));
 
     struct rlimit previous {};
     QCOMPARE(::getrlimit(RLIMIT_FSIZE, &previous), 0);
@@ -260,8 +239,8 @@ void AtomicFileTest::fileSizeLimitLeavesTheFile() {
 
     QVERIFY(error.has_value());
     QCOMPARE(*error, qt_error_string(EFBIG));
-    QCOMPARE(readAll(path), old);
-    QCOMPARE(entries(dir.path()), QStringList{"song.mp3"});
+    QCOMPARE(readFile(path), old);
+    QCOMPARE(folderEntries(dir.path()), QStringList{"song.mp3"});
 }
 
 void AtomicFileTest::directoryIsNotReplaced() {
@@ -272,7 +251,7 @@ void AtomicFileTest::directoryIsNotReplaced() {
              qt_error_string(EISDIR));
 
     QVERIFY(QFileInfo(dir.filePath("album.mp3/inside")).isDir());
-    QCOMPARE(entries(dir.path()), QStringList{"album.mp3"});
+    QCOMPARE(folderEntries(dir.path()), QStringList{"album.mp3"});
 }
 
 QTEST_GUILESS_MAIN(AtomicFileTest)

@@ -1,6 +1,7 @@
 // Files written by ID3TagWriter, read back by readers we did not write: mutagen, eyeD3, ffprobe and TagLib.
 #include "tags/ID3TagWriter.h"
 
+#include "support/FileContents.h"
 #include "support/Fixtures.h"
 
 #include <QBuffer>
@@ -20,11 +21,6 @@
 #include <mpegfile.h>
 
 namespace {
-
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // Every frame of the ID3v2 tag in file order (the ID3v1 trailer not merged in), and the trailer on its own.
 const char* const mutagenDump = R"(
@@ -315,7 +311,7 @@ void ID3TagWriterReadersTest::corpus() {
     QTemporaryDir dir;
     const QString path = dir.filePath("corpus.mp3");
     QVERIFY(QFile::copy(source, path));
-    const QByteArray old = readAll(path);
+    const QByteArray old = fixtures::readFile(path);
     const QByteArray artwork = image("JPG");
 
     const std::optional<ID3TagWriter::WriteError> error =
@@ -326,11 +322,11 @@ void ID3TagWriterReadersTest::corpus() {
         QCOMPARE(error->kind, ID3TagWriter::WriteError::Kind::NoAudioFound);
         QCOMPARE(error->description(), "corpus.mp3 doesn't contain any audio data after its tag. It may be "
                                        "damaged; nothing was changed.");
-        QVERIFY(readAll(path) == old);
+        QVERIFY(fixtures::readFile(path) == old);
         return;
     }
     QCOMPARE(error, std::nullopt);
-    const QByteArray written = readAll(path);
+    const QByteArray written = fixtures::readFile(path);
     const QByteArray tag = *ID3TagWriter::buildTag(sampleMetadata(), artwork);
     QVERIFY(written.startsWith(tag));
     QVERIFY(written.endsWith(ID3TagWriter::buildID3v1Tag(sampleMetadata())));

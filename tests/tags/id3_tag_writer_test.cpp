@@ -1,5 +1,6 @@
 #include "tags/ID3TagWriter.h"
 
+#include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "support/ScratchMount.h"
 
@@ -14,22 +15,11 @@
 
 namespace {
 
+using fixtures::folderEntries;
+using fixtures::readFile;
+using fixtures::writeFile;
+
 using Kind = ID3TagWriter::WriteError::Kind;
-
-QByteArray readAll(const QString& path) {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeAll(const QString& path, const QByteArray& contents) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(contents) == contents.size();
-}
-
-QStringList entries(const QString& folder) {
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                                  QDir::Name);
-}
 
 QByteArray bytes(std::initializer_list<int> values) {
     QByteArray result;
@@ -58,7 +48,7 @@ QByteArray plainAudio() {
     static QTemporaryDir dir;
     static const QByteArray audio = [] {
         const QString path = dir.filePath("plain.mp3");
-        return fixtures::makeAudio(path, 1.0, {"-id3v2_version", "0", "-write_id3v1", "0"}) ? readAll(path)
+        return fixtures::makeAudio(path, 1.0, {"-id3v2_version", "0", "-write_id3v1", "0"}) ? readFile(path)
                                                                                             : QByteArray();
     }();
     return audio;
@@ -89,12 +79,12 @@ struct Written {
     QByteArray after;
 };
 
-Written writeFile(const QString& path, const MusicMetadata& metadata = fullMetadata(),
+Written runWriter(const QString& path, const MusicMetadata& metadata = fullMetadata(),
                   const std::optional<QByteArray>& artwork = std::nullopt) {
     Written result;
-    result.before = readAll(path);
+    result.before = readFile(path);
     result.error = ID3TagWriter::write(metadata, artwork, QUrl::fromLocalFile(path));
-    result.after = readAll(path);
+    result.after = readFile(path);
     return result;
 }
 
@@ -412,21 +402,21 @@ void ID3TagWriterTest::rewriteKeepsTheAudio() {
         QSKIP("ffmpeg cannot make an MP3 here");
     QTemporaryDir dir;
     const QString path = dir.filePath("song.mp3");
-    QVERIFY(writeAll(path, prefix + audio + suffix));
+    QVERIFY(writeFile(path, prefix + audio + suffix));
     const QByteArray decodedBefore = decodedAudioChecksum(path);
     const QByteArray artwork = "\xFF\xD8\xFF" + QByteArray(5000, 'j');
 
-    const Written first = writeFile(path, fullMetadata(), artwork);
+    const Written first = runWriter(path, fullMetadata(), artwork);
 
     QCOMPARE(first.error, std::nullopt);
     const QByteArray tag = *ID3TagWriter::buildTag(fullMetadata(), artwork);
     QVERIFY(first.after == tag + audio + ID3TagWriter::buildID3v1Tag(fullMetadata()));
     QCOMPARE(decodedAudioChecksum(path), decodedBefore);
 
-    const Written second = writeFile(path, fullMetadata(), artwork);
+    const Written second = runWriter(path, fullMetadata(), artwork);
     QCOMPARE(second.error, std::nullopt);
     QVERIFY(second.after == first.after);
-    QCOMPARE(entries(dir.path()), QStringList{"song.mp3"});
+    QCOMPARE(folderEntries(dir.path()), QStringList{"song.mp3"});
 }
 
 void ID3TagWriterTest::refusedFilesStayUntouched_data() {
@@ -452,15 +442,15 @@ void ID3TagWriterTest::refusedFilesStayUntouched() {
     QFETCH(int, kind);
     QTemporaryDir dir;
     const QString path = dir.filePath(name);
-    QVERIFY(writeAll(path, contents));
+    QVERIFY(writeFile(path, contents));
 
-    const Written result = writeFile(path);
+    const Written result = runWriter(path);
 
     QVERIFY(result.error);
     QCOMPARE(int(result.error->kind), kind);
     QCOMPARE(result.error->url, QUrl::fromLocalFile(path));
     QVERIFY(result.after == contents);
-    QCOMPARE(entries(dir.path()), QStringList{name});
+    QCOMPARE(folderEntries(dir.path()), QStringList{name});
 }
 
 void ID3TagWriterTest::errorSentences_data() {
@@ -504,9 +494,9 @@ void ID3TagWriterTest::oversizedArtworkIsRefused() {
     const QByteArray huge = QByteArray::fromRawData(static_cast<const char*>(pages), size);
     QTemporaryDir dir;
     const QString path = dir.filePath("song.mp3");
-    QVERIFY(writeAll(path, QByteArray(4000, 'a')));
+    QVERIFY(writeFile(path, QByteArray(4000, 'a')));
 
-    const Written result = writeFile(path, fullMetadata(), huge);
+    const Written result = runWriter(path, fullMetadata(), huge);
     const bool tagRefused = !ID3TagWriter::buildTag(MusicMetadata(), huge).has_value();
     ::munmap(pages, size_t(size));
 
@@ -522,29 +512,21 @@ void ID3TagWriterTest::readOnlyFolder() {
     const QByteArray audio = plainAudio();
     if (audio.isEmpty())
         QSKIP("ffmpeg cannot make an MP3 here");
-    QTemporaryDir plain;
-    fixtures::ScratchMount mount(4 << 20);
-    const bool root = ::geteuid() == 0;
-    if (root && !mount.isValid())
+    fixtures::LockedFolder folder;
+    if (!folder.isValid())
         QSKIP("running as root without the right to mount: no folder is read-only to this process");
-    const QString folder = root ? mount.path() : plain.path();
-    const QString path = folder + "/song.mp3";
-    QVERIFY(writeAll(path, audio));
-    if (root)
-        QVERIFY(mount.setReadOnly(true));
-    else
-        QCOMPARE(::chmod(QFile::encodeName(folder).constData(), 0555), 0);
+    const QString path = folder.filePath("song.mp3");
+    QVERIFY(writeFile(path, audio));
+    QVERIFY(folder.lock());
 
-    const Written result = writeFile(path);
+    const Written result = runWriter(path);
 
-    if (!root)
-        ::chmod(QFile::encodeName(folder).constData(), 0755);
     QVERIFY(result.error);
     QCOMPARE(result.error->kind, Kind::Unwritable);
     QCOMPARE(result.error->description(),
-             QStringLiteral("Couldn't save song.mp3: %1.").arg(qt_error_string(root ? EROFS : EACCES)));
+             QStringLiteral("Couldn't save song.mp3: %1.").arg(qt_error_string(folder.writeError())));
     QVERIFY(result.after == audio);
-    QCOMPARE(entries(folder), QStringList{"song.mp3"});
+    QCOMPARE(folderEntries(folder.path()), QStringList{"song.mp3"});
 }
 
 void ID3TagWriterTest::fullDisk() {
@@ -555,15 +537,15 @@ void ID3TagWriterTest::fullDisk() {
     if (!disk.isValid())
         QSKIP("cannot mount a small file system here");
     const QString path = disk.filePath("song.mp3");
-    QVERIFY(writeAll(path, audio));
+    QVERIFY(writeFile(path, audio));
 
-    const Written result = writeFile(path, fullMetadata(), "\xFF\xD8\xFF" + QByteArray(256 * 1024, 'j'));
+    const Written result = runWriter(path, fullMetadata(), "\xFF\xD8\xFF" + QByteArray(256 * 1024, 'j'));
 
     QVERIFY(result.error);
     QCOMPARE(result.error->kind, Kind::Unwritable);
     QCOMPARE(result.error->reason, qt_error_string(ENOSPC));
     QVERIFY(result.after == audio);
-    QCOMPARE(entries(disk.path()), QStringList{"song.mp3"});
+    QCOMPARE(folderEntries(disk.path()), QStringList{"song.mp3"});
 }
 
 QTEST_GUILESS_MAIN(ID3TagWriterTest)

@@ -70,6 +70,12 @@ std::optional<UpdateChecker::Release> UpdateChecker::Release::fromJson(const QBy
     return release;
 }
 
+std::optional<QString> UpdateChecker::Release::systemRequirement() const {
+    if (!minimumSystemVersion)
+        return std::nullopt;
+    return UpdateChecker::tr("Requires Debian %1 or later.").arg(*minimumSystemVersion);
+}
+
 UpdateChecker::UpdateChecker(QSettings* settings, const QString& installedVersion, Clock clock,
                              QObject* parent)
     : QObject(parent)

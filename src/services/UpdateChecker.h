@@ -37,6 +37,11 @@ public:
         // a URL does not parse. Unknown keys are ignored; optional keys may be null.
         static std::optional<Release> fromJson(const QByteArray& json);
 
+        // The update dialog's line about the system the release needs, when the feed names one. The feed's
+        // minimum system version is the Debian release whose packages the build needs ("Requires Debian 12
+        // or later.").
+        std::optional<QString> systemRequirement() const;
+
         friend bool operator==(const Release&, const Release&) = default;
     };
     using Clock = std::function<QDateTime()>;

@@ -22,7 +22,7 @@ QDateTime startTime() {
 
 QByteArray feed(const QByteArray& version) {
     return "{\"latestVersion\":\"" + version + "\",\"downloadURL\":\"https://orvelle.example/Orvelle-" +
-           version + ".tar.gz\",\"notes\":\"Faster.\",\"minimumSystemVersion\":\"Debian 12\"}";
+           version + ".tar.gz\",\"notes\":\"Faster.\",\"minimumSystemVersion\":\"12\"}";
 }
 
 } // namespace
@@ -275,7 +275,9 @@ void UpdateCheckerTest::checks() {
     if (published) {
         QVERIFY(UpdateChecker::isNewerVersion(checker->availableUpdate()->latestVersion, installed));
         QCOMPARE(checker->availableUpdate()->notes, std::optional<QString>("Faster."));
-        QCOMPARE(checker->availableUpdate()->minimumSystemVersion, std::optional<QString>("Debian 12"));
+        QCOMPARE(checker->availableUpdate()->minimumSystemVersion, std::optional<QString>("12"));
+        QCOMPARE(checker->availableUpdate()->systemRequirement(),
+                 std::optional<QString>("Requires Debian 12 or later."));
         QCOMPARE(checker->availableUpdate()->releaseNotesURL, std::nullopt);
     }
 }
@@ -290,6 +292,7 @@ void UpdateCheckerTest::checkNowSendsAFreshRequestAndRecordsTheTime() {
     QCOMPARE(m_settings->value(UpdateChecker::lastCheckedAtKey).toDateTime(), m_now);
     const Release expected{"1.3", QUrl("https://o.example/Orvelle.tar.gz"), {}, {}, {}, {}};
     QCOMPARE(checker->availableUpdate(), std::optional<Release>(expected));
+    QCOMPARE(expected.systemRequirement(), std::nullopt);
     QCOMPARE(m_server->requests().size(), 1);
     const QByteArray cacheControl = m_server->requests().first().headers.value("cache-control");
     QVERIFY2(cacheControl.contains("no-cache"), cacheControl);

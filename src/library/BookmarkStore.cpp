@@ -3,6 +3,7 @@
 #include "library/LibraryLog.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QSettings>
 #include <QVariantMap>
 
@@ -18,7 +19,8 @@ BookmarkStore::BookmarkStore(QSettings* settings)
     : m_settings(settings) {}
 
 std::optional<QByteArray> BookmarkStore::makeBookmark(const QUrl& url) {
-    if (!url.isLocalFile() || url.toLocalFile().isEmpty())
+    // As with a real bookmark, there is none for a path with nothing on disk.
+    if (!url.isLocalFile() || !QFileInfo::exists(standardizedPath(url)))
         return std::nullopt;
     return standardizedPath(url).toUtf8();
 }

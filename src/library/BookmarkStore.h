@@ -35,7 +35,7 @@ public:
     const QMap<QString, QByteArray>& bookmarks() const { return m_bookmarks; }
     const QList<QUrl>& accessedURLs() const { return m_accessedURLs; }
 
-    // The bookmark for `url`, or nothing when none can be made.
+    // The bookmark for `url`, or nothing when none can be made (nothing exists at its path).
     static std::optional<QByteArray> makeBookmark(const QUrl& url);
     // The location a bookmark stands for, or nothing when it does not resolve.
     static std::optional<QUrl> resolveBookmark(const QByteArray& bookmark);

@@ -16,6 +16,11 @@
 // can call releaseUnused() after removing many tracks. Safe from any thread.
 class ArtworkInterner {
 public:
+    ArtworkInterner() = default; // tests make their own
+    ArtworkInterner(const ArtworkInterner&) = delete;
+    ArtworkInterner& operator=(const ArtworkInterner&) = delete;
+
+    // The one instance the loaders share.
     static ArtworkInterner& shared();
 
     // The one buffer holding these bytes: `image` itself the first time, an earlier equal buffer after.

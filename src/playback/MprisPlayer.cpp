@@ -7,6 +7,7 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cstdlib>
 
 static const QString playerInterface = QStringLiteral("org.mpris.MediaPlayer2.Player");
 
@@ -34,12 +35,16 @@ MprisPlayer::MprisPlayer(QObject* parent, PlayerEngine* engine, const QDBusConne
         refreshCapabilities(changed);
         announce(changed);
     });
-    connect(engine, &PlayerEngine::seeked, this,
-            [this](double seconds) { emit Seeked(toMicroseconds(seconds)); });
+    connect(engine, &PlayerEngine::seeked, this, [this](double seconds) {
+        m_jumpAnnounced = true;
+        emit Seeked(toMicroseconds(seconds));
+    });
 }
 
 void MprisPlayer::publish(const NowPlayingInfo& info, NowPlayingState state) {
     const QString statusBefore = playbackStatus();
+    const bool sameSong = m_info && m_info->trackId == info.trackId;
+    const qlonglong expected = position();
     m_info = info;
     m_state = state;
     m_sincePublished.start();
@@ -55,6 +60,14 @@ void MprisPlayer::publish(const NowPlayingInfo& info, NowPlayingState state) {
         changed.insert(QStringLiteral("PlaybackStatus"), playbackStatus());
     refreshCapabilities(changed);
     announce(changed);
+
+    // The song starting over (repeat one, or chosen again) is a jump the engine does not report as a seek,
+    // yet clients that keep their own clock must hear of it. A second of slack absorbs the engine's
+    // position being a tick old.
+    constexpr qlonglong slack = 1000000;
+    if (sameSong && !m_jumpAnnounced && std::abs(toMicroseconds(info.elapsed) - expected) > slack)
+        emit Seeked(toMicroseconds(info.elapsed));
+    m_jumpAnnounced = false;
 }
 
 void MprisPlayer::clear() {

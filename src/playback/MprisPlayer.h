@@ -107,4 +107,5 @@ private:
     QElapsedTimer m_sincePublished;
     QVariantMap m_metadata;
     Capabilities m_capabilities;
+    bool m_jumpAnnounced = false; // the engine reported a seek since the last publication
 };

@@ -446,6 +446,16 @@ private slots:
         const QVariantMap metadata = qdbus_cast<QVariantMap>(changes[2].value(QStringLiteral("Metadata")));
         QCOMPARE(metadata.value(QStringLiteral("xesam:title")), QVariant(m_tracks[1].title));
         QCOMPARE(changes[2].value(QStringLiteral("PlaybackStatus")), QVariant(QStringLiteral("Playing")));
+
+        // The song starting over by itself moves the clock back too, once.
+        observer.forget();
+        m_engine->setRepeatMode(RepeatMode::One);
+        m_engine->seek(150);
+        m_backend.current->end(true);
+        QCOMPARE(m_engine->currentIndex(), 1);
+        QTRY_COMPARE(observer.received(QStringLiteral("Seeked")).size(), 2);
+        QCOMPARE(observer.received(QStringLiteral("Seeked")).constLast().arguments().value(0).toLongLong(),
+                 0);
     }
 
     // A SetPosition for a song that is no longer loaded is dropped; one for the loaded song is applied.

@@ -2,10 +2,12 @@
 
 #include "library/ArtworkInterner.h"
 #include "library/FileMetadataReader.h"
+#include "library/LibraryLog.h"
 #include "library/MetadataReader.h"
 #include "tags/FolderArtworkCache.h"
 #include "tags/Id3Genres.h"
 
+#include <QCoreApplication>
 #include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -161,6 +163,12 @@ QThreadPool* pool() {
         auto* created = new QThreadPool;
         created->setMaxThreadCount(8);
         created->setObjectName(QStringLiteral("MetadataLoader"));
+        // Loads touch shared caches that static destructors tear down: drop queued loads and let running
+        // ones finish while the application object goes away, before those destructors run.
+        qAddPostRoutine([] {
+            pool()->clear();
+            pool()->waitForDone();
+        });
         return created;
     }();
     return loaders;
@@ -187,6 +195,8 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
     }
 
     const AssetMetadata metadata = reader.read(path);
+    if (!metadata.readable)
+        qCDebug(lcLibrary) << "No audio metadata could be read from" << url.toDisplayString();
     const CommonSlots common = sortIntoSlots(metadata.commonItems);
     const double duration = std::isfinite(metadata.duration) && metadata.duration > 0 ? metadata.duration : 0;
 

@@ -9,7 +9,9 @@
 
 #include <mpv/client.h>
 
+#include <algorithm>
 #include <clocale>
+#include <thread>
 
 namespace {
 
@@ -50,6 +52,12 @@ std::optional<QString> refusal(const QUrl& url) {
 void destroyLater(mpv_handle* handle) {
     mpv_set_wakeup_callback(handle, nullptr, nullptr);
     QThreadPool::globalInstance()->start([handle] { mpv_terminate_destroy(handle); });
+}
+
+// A handle that never finished opening may be stuck in a read: its own thread, which quitting the program
+// does not wait for.
+void abandon(mpv_handle* handle) {
+    std::thread([handle] { mpv_terminate_destroy(handle); }).detach();
 }
 
 mpv_handle* createHandle() {
@@ -116,15 +124,16 @@ AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseco
         if (event->event_id == MPV_EVENT_FILE_LOADED)
             return {std::unique_ptr<AudioPlayer>(new MpvAudioPlayer(handle)), QString()};
         if (event->event_id == MPV_EVENT_END_FILE) {
+            // The event belongs to the handle: read it before the handle goes.
             const auto* end = static_cast<const mpv_event_end_file*>(event->data);
+            const QString error =
+                sentenceFor(end->reason == MPV_END_FILE_REASON_ERROR ? end->error : MPV_ERROR_UNKNOWN_FORMAT);
             destroyLater(handle);
-            return {nullptr,
-                    sentenceFor(end->reason == MPV_END_FILE_REASON_ERROR ? end->error
-                                                                         : MPV_ERROR_UNKNOWN_FORMAT)};
+            return {nullptr, error};
         }
     }
     qCInfo(lcPlayback) << "Gave up opening" << url << "after" << timeout.count() << "ms";
-    destroyLater(handle);
+    abandon(handle);
     return {nullptr, QStringLiteral("The file took too long to open.")};
 }
 
@@ -215,7 +224,8 @@ void MpvAudioPlayer::setVolume(float volume) {
 }
 
 double MpvAudioPlayer::currentTime() const {
-    return m_pendingSeek ? *m_pendingSeek : number("time-pos");
+    // MP3s report a hair below zero at their start (the encoder's delay).
+    return m_pendingSeek ? *m_pendingSeek : std::max(number("time-pos"), 0.0);
 }
 
 void MpvAudioPlayer::setCurrentTime(double seconds) {

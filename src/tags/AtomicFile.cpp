@@ -6,6 +6,7 @@
 #include <QtGlobal>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,8 +15,9 @@
 namespace {
 
 struct Target {
-    QByteArray path;        // the file really replaced, links followed
-    std::optional<int> uid; // set when the file exists
+    QByteArray path; // the file really replaced, links followed
+    bool exists = false;
+    uid_t uid = 0; // owner, group and permission bits of the existing file
     gid_t gid = 0;
     mode_t mode = 0;
 };
@@ -48,7 +50,7 @@ std::optional<int> resolve(const QByteArray& path, Target& target) {
         if (!S_ISLNK(info.st_mode)) {
             if (!S_ISREG(info.st_mode))
                 return EPERM; // a device or a pipe is not a file to replace
-            target = Target{current, int(info.st_uid), info.st_gid, mode_t(info.st_mode & 07777)};
+            target = Target{current, true, info.st_uid, info.st_gid, mode_t(info.st_mode & 07777)};
             return std::nullopt;
         }
         QByteArray link(qsizetype(info.st_size > 0 ? info.st_size : PATH_MAX), Qt::Uninitialized);
@@ -89,15 +91,14 @@ std::optional<int> writeTemporary(const QByteArray& temporary, const QByteArray&
                                   const Target& target) {
     ::unlink(temporary.constData()); // a leftover of an interrupted save
     const int fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                          target.uid ? 0600 : 0666);
+                          target.exists ? 0600 : 0666);
     if (fd < 0)
         return errno;
     std::optional<int> error;
-    if (target.uid) {
+    if (target.exists) {
         struct stat created {};
-        if (::fstat(fd, &created) == 0 &&
-            (created.st_uid != uid_t(*target.uid) || created.st_gid != target.gid) &&
-            ::fchown(fd, uid_t(*target.uid), target.gid) != 0)
+        if (::fstat(fd, &created) == 0 && (created.st_uid != target.uid || created.st_gid != target.gid) &&
+            ::fchown(fd, target.uid, target.gid) != 0)
             qCDebug(lcTags) << "could not keep the owner of" << target.path << errorText(errno);
         if (::fchmod(fd, target.mode) != 0)
             error = errno;
@@ -149,7 +150,7 @@ std::optional<QString> replaceFileAtomically(const QByteArray& contents, const Q
     Target target;
     if (const std::optional<int> error = resolve(QFile::encodeName(path), target))
         return errorText(*error);
-    if (mode == ReplaceMode::ReplaceExisting && !target.uid)
+    if (mode == ReplaceMode::ReplaceExisting && !target.exists)
         return errorText(ENOENT);
 
     const QByteArray temporary = temporaryPathFor(target.path);

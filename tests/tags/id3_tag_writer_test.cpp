@@ -122,6 +122,7 @@ private slots:
 
     void rewriteKeepsTheAudio_data();
     void rewriteKeepsTheAudio();
+    void extensionInCapitalsIsAccepted();
     void refusedFilesStayUntouched_data();
     void refusedFilesStayUntouched();
     void errorSentences_data();
@@ -417,6 +418,17 @@ void ID3TagWriterTest::rewriteKeepsTheAudio() {
     QCOMPARE(second.error, std::nullopt);
     QVERIFY(second.after == first.after);
     QCOMPARE(folderEntries(dir.path()), QStringList{"song.mp3"});
+}
+
+void ID3TagWriterTest::extensionInCapitalsIsAccepted() {
+    QTemporaryDir dir;
+    const QString path = dir.filePath("SONG.MP3");
+    QVERIFY(writeFile(path, QByteArray(500, 'a')));
+
+    const Written result = runWriter(path);
+
+    QCOMPARE(result.error, std::nullopt);
+    QVERIFY(result.after.contains(QByteArray(500, 'a')));
 }
 
 void ID3TagWriterTest::refusedFilesStayUntouched_data() {

@@ -1,4 +1,5 @@
 #include "library/BookmarkStore.h"
+#include "library/PlaylistFile.h"
 #include "library/SessionFile.h"
 #include "library/store/LibraryStore.h"
 #include "support/Await.h"
@@ -6,6 +7,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QSettings>
 #include <QSignalSpy>
@@ -32,6 +34,20 @@ bool writeAll(const QString& path, const QByteArray& bytes) {
 // The engine never plays here; a player that cannot open anything is enough.
 AudioPlayerCreation noPlayer(const QUrl&) {
     return {nullptr, QStringLiteral("No audio output in this test.")};
+}
+
+constexpr auto writerVariable = "ORVELLE_SESSION_TEST_WRITER";
+
+QList<Track> sessionOf(int count) {
+    QList<Track> tracks;
+    for (int i = 0; i < count; ++i) {
+        Track track;
+        track.url = QUrl::fromLocalFile(QStringLiteral("/music/%1/Song %2.mp3").arg(count).arg(i));
+        track.title = QStringLiteral("Song %1").arg(i);
+        track.duration = i;
+        tracks.append(track);
+    }
+    return tracks;
 }
 
 } // namespace
@@ -172,6 +188,34 @@ private slots:
                 store->tracks()[0].duration < 2); // the file's own length
     }
 
+    void killsWhileWritingLeaveAWholeFile() {
+        QTemporaryDir reference;
+        const QString small = reference.filePath("small.m3u8");
+        const QString large = reference.filePath("large.m3u8");
+        QVERIFY(!PlaylistFile::writePlaylist(sessionOf(500), QUrl::fromLocalFile(small), false));
+        QVERIFY(!PlaylistFile::writePlaylist(sessionOf(3000), QUrl::fromLocalFile(large), false));
+        const QByteArray smallText = readAll(small);
+        const QByteArray largeText = readAll(large);
+
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(writerVariable, "1");
+        environment.insert("XDG_DATA_HOME", m_home->filePath("data"));
+        QRandomGenerator generator(11);
+        for (int run = 0; run < 15; ++run) {
+            QProcess writer;
+            writer.setProcessEnvironment(environment);
+            writer.start(QCoreApplication::applicationFilePath(), {});
+            QVERIFY(writer.waitForStarted());
+            QTRY_VERIFY(QFileInfo::exists(sessionPath()));
+            QTest::qWait(int(generator.bounded(5, 60))); // a random moment of the write loop
+            writer.kill();
+            QVERIFY(writer.waitForFinished());
+            const QByteArray text = readAll(sessionPath());
+            QVERIFY2(text == smallText || text == largeText,
+                     qPrintable(QString("%1 bytes").arg(text.size())));
+        }
+    }
+
     void restoresNothingFromGarbage_data() {
         QTest::addColumn<QByteArray>("contents");
         QByteArray random(64 * 1024, Qt::Uninitialized);
@@ -269,5 +313,18 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(SessionTest)
+// The writer half of killsWhileWritingLeaveAWholeFile: writes the two sessions in turn until killed.
+static int writeSessionsUntilKilled() {
+    for (bool first = true;; first = !first)
+        SessionFile::write(sessionOf(first ? 500 : 3000));
+}
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsSet(writerVariable))
+        return writeSessionsUntilKilled();
+    SessionTest test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "session_test.moc"

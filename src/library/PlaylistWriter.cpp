@@ -100,6 +100,7 @@ private:
 
 QString m3uText(const QList<Track>& tracks, EntryWriter& write) {
     QString text = QStringLiteral("#EXTM3U\n");
+    text.reserve(tracks.size() * 128);
     for (const Track& track : tracks) {
         const EntryText entry = write(track);
         text.append(u"#EXTINF:").append(entry.seconds).append(u',').append(entry.label).append(u'\n');
@@ -110,6 +111,7 @@ QString m3uText(const QList<Track>& tracks, EntryWriter& write) {
 
 QString plsText(const QList<Track>& tracks, EntryWriter& write) {
     QString text = QStringLiteral("[playlist]\n");
+    text.reserve(tracks.size() * 160);
     for (qsizetype i = 0; i < tracks.size(); ++i) {
         const EntryText entry = write(tracks[i]);
         const QString n = QString::number(i + 1);

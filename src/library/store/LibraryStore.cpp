@@ -24,10 +24,6 @@ QString songCount(qsizetype n) {
     return QStringLiteral("%1 %2").arg(n).arg(n == 1 ? QStringLiteral("song") : QStringLiteral("songs"));
 }
 
-QString fileName(const QUrl& url) {
-    return url.fileName();
-}
-
 // The picture a tag save writes, by where the track's artwork came from: a folder image only when the user
 // asked to embed it (read now), an embedded picture again, otherwise none.
 std::optional<QByteArray> artworkToWrite(const Track& track, bool embedFolderArtwork) {
@@ -254,13 +250,13 @@ void LibraryStore::saveAs() {
 
 void LibraryStore::writePlaylistTo(const QUrl& url) {
     if (const auto error = PlaylistFile::writePlaylist(m_tracks, url, true)) {
-        setErrorMessage(QStringLiteral("Couldn't save %1: %2").arg(fileName(url), *error));
+        setErrorMessage(QStringLiteral("Couldn't save %1: %2").arg(url.fileName(), *error));
         return;
     }
     rememberBookmark(url);
     setPlaylistURL(url);
     setHasUnsavedChanges(false);
-    setStatus(QStringLiteral("Saved %1.").arg(fileName(url)));
+    setStatus(QStringLiteral("Saved %1.").arg(url.fileName()));
 }
 
 void LibraryStore::remove(const QSet<QUuid>& ids) {
@@ -363,7 +359,7 @@ std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetada
     QList<Track> tracks = m_tracks;
     tracks[index] = track;
     changeTracks(std::move(tracks));
-    setStatus(QStringLiteral("Saved tags to %1.").arg(fileName(track.url)));
+    setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
     return std::nullopt;
 }
 

@@ -568,14 +568,17 @@ private slots:
             QVERIFY(writeFile(file, QByteArray("just some words, not audio\n").repeated(200)));
         } else if (kind == "id3-past-end") {
             // A tag header claiming 256 MB, then a frame claiming more than the file holds.
-            QVERIFY(writeFile(file, QByteArray("ID3\x04\x00\x00\x7f\x7f\x7f\x7f", 10) +
-                                        QByteArray("TIT2\x7f\x7f\x7f\x7f\x00\x00\x03Title", 15)));
+            static const char tag[] = "ID3\x04\x00\x00\x7f\x7f\x7f\x7f"
+                                      "TIT2\x7f\x7f\x7f\x7f\x00\x00\x03Title";
+            QVERIFY(writeFile(file, QByteArray(tag, sizeof tag - 1)));
         } else if (kind == "atom-past-end") {
-            QVERIFY(writeFile(file, QByteArray("\x00\x00\x00\x18"
-                                               "ftypM4A \x00\x00\x00\x00M4A isom"
-                                               "\x7f\xff\xff\xff"
-                                               "moov\x7f\xff\xff\x00udta",
-                                               44)));
+            // An MP4 whose movie atom claims 2 GB.
+            static const char atoms[] = "\x00\x00\x00\x18"
+                                        "ftypM4A \x00\x00\x00\x00"
+                                        "M4A isom\x7f\xff\xff\xff"
+                                        "moov\x7f\xff\xff\x00"
+                                        "udta";
+            QVERIFY(writeFile(file, QByteArray(atoms, sizeof atoms - 1)));
         } else if (kind == "folder") {
             QVERIFY(QDir().mkpath(file));
         } else if (kind == "fifo") {

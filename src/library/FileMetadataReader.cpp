@@ -30,12 +30,18 @@ AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
         return {};
     }
     const QString extension = lowerExtension(localPath);
+    AssetMetadata metadata;
     if (TagLibMetadataReader::reads(extension)) {
-        AssetMetadata metadata = TagLibMetadataReader::read(fd, status.st_size, extension);
-        if (metadata.readable)
+        metadata = TagLibMetadataReader::read(fd, status.st_size, extension);
+        // TagLib reads only the ID3 chunk of an AIFF file; FFmpeg also reads its name, author and
+        // annotation chunks.
+        const bool untaggedAiff =
+            extension.startsWith(u"aif") && metadata.commonItems.isEmpty() && metadata.items.isEmpty();
+        if (metadata.readable && !untaggedAiff)
             return metadata;
     } else {
         ::close(fd);
     }
-    return AVFormatMetadataReader::read(localPath);
+    AssetMetadata fallback = AVFormatMetadataReader::read(localPath);
+    return fallback.readable ? fallback : metadata;
 }

@@ -2,9 +2,9 @@
 
 #include "library/MetadataReader.h"
 
-// The program's metadata reader: TagLib for the formats it knows, FFmpeg's libavformat for the rest and
-// for files TagLib rejects. Anything but a regular file (a folder, a FIFO, a device) is unreadable without
-// being read. Stateless; safe from any number of threads.
+// The program's metadata reader: TagLib for the formats it knows, FFmpeg's libavformat for the rest, for
+// files TagLib rejects and for AIFF files without an ID3 chunk. Anything but a regular file (a folder, a
+// FIFO, a device) is unreadable without being read. Stateless; safe from any number of threads.
 class FileMetadataReader final : public MetadataReader {
 public:
     AssetMetadata read(const QByteArray& localPath) const override;

@@ -17,10 +17,6 @@ void TagItems::addText(const QString& identifier, const QString& text) {
         items.append(MetadataItem{identifier, text, std::nullopt});
 }
 
-void TagItems::addNumber(const QString& identifier, long long number) {
-    items.append(MetadataItem{identifier, std::nullopt, QString::number(number)});
-}
-
 void TagItems::addNamedField(QStringView upperName, const QString& text) {
     namespace id = MetadataIdentifier;
     if (text.isEmpty())

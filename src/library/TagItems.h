@@ -12,7 +12,6 @@ struct TagItems {
     void addText(CommonKey key, const QString& text);
     void addPicture(const QByteArray& image);
     void addText(const QString& identifier, const QString& text);
-    void addNumber(const QString& identifier, long long number);
 
     // A field of a tag format whose fields are named rather than coded (Vorbis comments, APE, RIFF INFO,
     // ID3v1 through TagLib's names; FFmpeg's metadata), mapped onto the same common keys and identifiers as

@@ -134,52 +134,35 @@ private slots:
     void normalizesGenres_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
-        QTest::addRow("code") << "(9)"
-                              << "Metal";
-        QTest::addRow("first code") << "(0)"
-                                    << "Blues";
-        QTest::addRow("last code") << "(79)"
-                                   << "Hard Rock";
-        QTest::addRow("alt rock") << "(40)"
-                                  << "Alt. Rock";
-        QTest::addRow("refinement wins") << "(9)Heavy"
-                                         << "Heavy";
-        QTest::addRow("refinement trimmed") << "(17) \tRock n Roll\t "
-                                            << "Rock n Roll";
-        QTest::addRow("only blanks after") << "(17) \t"
-                                           << "Rock";
-        QTest::addRow("plus sign") << "(+17)"
-                                   << "Rock";
-        QTest::addRow("minus zero") << "(-0)"
-                                    << "Blues";
-        QTest::addRow("leading zeros") << "(0017)"
-                                       << "Rock";
-        QTest::addRow("negative") << "(-1)"
-                                  << "(-1)";
-        QTest::addRow("past the table") << "(80)"
-                                        << "(80)";
-        QTest::addRow("far past") << "(999)"
-                                  << "(999)";
-        QTest::addRow("huge") << "(99999999999999999999)"
-                              << "(99999999999999999999)";
-        QTest::addRow("letters") << "(abc)"
-                                 << "(abc)";
-        QTest::addRow("empty parentheses") << "()"
-                                           << "()";
-        QTest::addRow("sign only") << "(+)"
-                                   << "(+)";
-        QTest::addRow("inner blanks") << "( 9)"
-                                      << "( 9)";
-        QTest::addRow("plain name") << "Rock"
-                                    << "Rock";
-        QTest::addRow("no closing") << "(9"
-                                    << "(9";
-        QTest::addRow("not at start") << "Rock (9)"
-                                      << "Rock (9)";
-        QTest::addRow("empty") << ""
-                               << "";
-        QTest::addRow("newline is kept") << "(9)\n"
-                                         << "\n";
+        struct Row {
+            const char* name;
+            const char* text;
+            const char* expected;
+        };
+        const Row rows[] = {
+            {"code", "(9)", "Metal"},
+            {"last code", "(79)", "Hard Rock"},
+            {"refinement wins", "(9)Heavy", "Heavy"},
+            {"refinement trimmed", "(17) \tRock n Roll\t ", "Rock n Roll"},
+            {"only blanks after", "(17) \t", "Rock"},
+            {"plus sign", "(+17)", "Rock"},
+            {"minus zero", "(-0)", "Blues"},
+            {"leading zeros", "(0017)", "Rock"},
+            {"negative", "(-1)", "(-1)"},
+            {"past the table", "(80)", "(80)"},
+            {"huge", "(99999999999999999999)", "(99999999999999999999)"},
+            {"letters", "(abc)", "(abc)"},
+            {"empty parentheses", "()", "()"},
+            {"sign only", "(+)", "(+)"},
+            {"inner blanks", "( 9)", "( 9)"},
+            {"plain name", "Rock", "Rock"},
+            {"no closing", "(9", "(9"},
+            {"not at start", "Rock (9)", "Rock (9)"},
+            {"empty", "", ""},
+            {"newline is kept", "(9)\n", "\n"},
+        };
+        for (const Row& row : rows)
+            QTest::addRow("%s", row.name) << QString::fromUtf8(row.text) << QString::fromUtf8(row.expected);
     }
     void normalizesGenres() {
         QFETCH(QString, text);

@@ -25,6 +25,7 @@
 #include <malloc.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -32,22 +33,21 @@ constexpr int albumCount = 200;
 constexpr int tracksPerAlbum = 10;
 constexpr int batchSize = 8;
 
-// A noisy JPEG of about `targetBytes`, different for every seed.
+// A noisy JPEG of close to `targetBytes`, different for every seed.
 QByteArray coverImage(quint32 seed, qsizetype targetBytes) {
     QRandomGenerator random(seed);
-    QImage image(160, 160, QImage::Format_RGB32);
+    QImage image(171, 171, QImage::Format_RGB32);
     for (int y = 0; y < image.height(); ++y)
         for (int x = 0; x < image.width(); ++x)
             image.setPixel(x, y, random.generate() | 0xff000000u);
     QByteArray best;
-    for (int quality = 95; quality >= 5; quality -= 5) {
+    for (int quality = 100; quality >= 50; quality -= 2) {
         QByteArray bytes;
         QBuffer buffer(&bytes);
         buffer.open(QIODevice::WriteOnly);
         image.save(&buffer, "JPG", quality);
-        best = bytes;
-        if (bytes.size() <= targetBytes)
-            break;
+        if (best.isEmpty() || std::abs(bytes.size() - targetBytes) < std::abs(best.size() - targetBytes))
+            best = bytes;
     }
     return best;
 }

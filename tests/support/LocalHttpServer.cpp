@@ -10,52 +10,22 @@ constexpr qint64 streamChunk = 64 * 1024;
 constexpr qint64 streamLimit = qint64(1) << 30;
 const char* const sentProperty = "orvelleBytesSent";
 
-QByteArray reasonPhrase(int status) {
-    switch (status) {
-    case 200:
-        return "OK";
-    case 301:
-        return "Moved Permanently";
-    case 302:
-        return "Found";
-    case 404:
-        return "Not Found";
-    case 500:
-        return "Internal Server Error";
-    case 503:
-        return "Service Unavailable";
-    default:
-        return "Status";
-    }
-}
-
 } // namespace
 
 LocalHttpServer::Response LocalHttpServer::Response::json(const QByteArray& body, int status) {
-    Response response;
-    response.status = status;
-    response.body = body;
-    response.headers = {{"Content-Type", "application/json"}};
-    return response;
+    return {Kind::Normal, status, body, {{"Content-Type", "application/json"}}};
 }
 
 LocalHttpServer::Response LocalHttpServer::Response::redirect(const QByteArray& location, int status) {
-    Response response;
-    response.status = status;
-    response.headers = {{"Location", location}};
-    return response;
+    return {Kind::Normal, status, {}, {{"Location", location}}};
 }
 
 LocalHttpServer::Response LocalHttpServer::Response::neverAnswer() {
-    Response response;
-    response.kind = Kind::NeverAnswer;
-    return response;
+    return {.kind = Kind::NeverAnswer};
 }
 
 LocalHttpServer::Response LocalHttpServer::Response::endlessBody() {
-    Response response;
-    response.kind = Kind::EndlessBody;
-    return response;
+    return {.kind = Kind::EndlessBody};
 }
 
 QByteArray LocalHttpServer::Request::path() const {
@@ -160,8 +130,8 @@ void LocalHttpServer::readRequest(QTcpSocket* socket) {
 void LocalHttpServer::answer(QTcpSocket* socket, const Response& response) {
     if (response.kind == Response::Kind::NeverAnswer)
         return;
-    QByteArray head =
-        "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) + "\r\n";
+    // Clients read the status code; the reason phrase is only for people.
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(response.status) + " Reply\r\n";
     for (const auto& [name, value] : response.headers)
         head += name + ": " + value + "\r\n";
     head += "Connection: close\r\n";

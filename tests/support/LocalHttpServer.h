@@ -30,8 +30,8 @@ public:
         };
         Kind kind = Kind::Normal;
         int status = 200;
-        QByteArray body;
-        QList<std::pair<QByteArray, QByteArray>> headers;
+        QByteArray body{};
+        QList<std::pair<QByteArray, QByteArray>> headers{};
 
         static Response json(const QByteArray& body, int status = 200);
         static Response redirect(const QByteArray& location, int status = 302);

@@ -43,19 +43,15 @@ void MusicBrainzRecordingTest::searchUrl_data() {
     QTest::addColumn<QString>("album");
     QTest::addColumn<QString>("query");
 
-    QTest::addRow("quotes removed") << "Say \"Hello\""
-                                    << ""
-                                    << ""
-                                    << "recording:\"Say Hello\"";
-    QTest::addRow("blank artist left out, album trimmed") << "Café"
-                                                          << " \t\n "
-                                                          << "  Über Alles\n"
-                                                          << "recording:\"Café\" AND release:\"Über Alles\"";
-    QTest::addRow("all three, delimiters escaped")
-        << "C++ & Friends"
-        << " \"AC/DC\" "
-        << "Hits: (Live) \\ 100% #1 a=b"
-        << "recording:\"C++ & Friends\" AND artist:\"AC/DC\" AND release:\"Hits: (Live) \\ 100% #1 a=b\"";
+    const auto row = [](const char* name, const char* title, const char* artist, const char* album,
+                        const char* query) {
+        QTest::addRow("%s", name) << QString(title) << QString(artist) << QString(album) << QString(query);
+    };
+    row("quotes removed", R"(Say "Hello")", "", "", R"(recording:"Say Hello")");
+    row("blank artist left out, album trimmed", "Café", " \t\n ", "  Über Alles\n",
+        R"(recording:"Café" AND release:"Über Alles")");
+    row("all three, delimiters escaped", "C++ & Friends", R"( "AC/DC" )", R"(Hits: (Live) \ 100% #1 a=b)",
+        R"(recording:"C++ & Friends" AND artist:"AC/DC" AND release:"Hits: (Live) \ 100% #1 a=b")");
 }
 
 void MusicBrainzRecordingTest::searchUrl() {
@@ -194,34 +190,31 @@ void MusicBrainzRecordingTest::mapping_data() {
     };
     const Text none;
     row("nameless credits skipped, names trimmed",
-        "{\"artist-credit\":[{\"name\":\" Simon\"},{\"artist\":{}},{\"name\":\"Garfunkel \"}]}",
-        "Simon, Garfunkel", none, none, none, none);
-    row("no credit named", "{\"artist-credit\":[{\"artist\":{\"name\":\"X\"}}]}", none, none, none, none,
-        none);
+        R"({"artist-credit":[{"name":" Simon"},{"artist":{}},{"name":"Garfunkel "}]})", "Simon, Garfunkel",
+        none, none, none, none);
+    row("no credit named", R"({"artist-credit":[{"artist":{"name":"X"}}]})", none, none, none, none, none);
     row("earliest dated release, undated last",
-        "{\"releases\":[{\"title\":\"Late\",\"date\":\"2001-03-05\"},{\"title\":\"Undated\"},"
-        "{\"title\":\"Early\",\"date\":\"1999\",\"media\":[{\"track\":[{\"number\":\"A2\"}]}]}]}",
+        R"({"releases":[{"title":"Late","date":"2001-03-05"},{"title":"Undated"},)"
+        R"({"title":"Early","date":"1999","media":[{"track":[{"number":"A2"}]}]}]})",
         none, "Early", "A2", "1999", none);
     row("year before a full date of the same year",
-        "{\"releases\":[{\"title\":\"Full\",\"date\":\"1997-05-21\"},{\"title\":\"Year\",\"date\":\"1997\"}]"
-        "}",
-        none, "Year", none, "1997", none);
-    row("all undated: first listed", "{\"releases\":[{\"title\":\"First\"},{\"title\":\"Second\"}]}", none,
-        "First", none, none, none);
-    row("short date kept", "{\"releases\":[{\"title\":\"R\",\"date\":\"19\"}]}", none, "R", none, "19", none);
-    row("blank date gives no year", "{\"releases\":[{\"title\":\"R\",\"date\":\"    \"}]}", none, "R", none,
-        none, none);
-    row("first medium without tracks",
-        "{\"releases\":[{\"title\":\"R\",\"media\":[{\"track\":[]},{\"track\":[{\"number\":\"2\"}]}]}]}",
-        none, "R", none, none, none);
-    row("most counted tag, first of a tie",
-        "{\"tags\":[{\"name\":\"rock\",\"count\":2},{\"name\":\"classic rock\",\"count\":5},"
-        "{\"name\":\"pop\",\"count\":5}]}",
-        none, none, none, none, "Classic Rock");
-    row("tag without count counts 0", "{\"tags\":[{\"name\":\"jazz\"},{\"name\":\"BLUES\",\"count\":1}]}",
-        none, none, none, none, "Blues");
-    row("top tag without a name", "{\"tags\":[{\"count\":9},{\"name\":\"pop\",\"count\":1}]}", none, none,
+        R"({"releases":[{"title":"Full","date":"1997-05-21"},{"title":"Year","date":"1997"}]})", none, "Year",
+        none, "1997", none);
+    row("all undated: first listed", R"({"releases":[{"title":"First"},{"title":"Second"}]})", none, "First",
         none, none, none);
+    row("short date kept", R"({"releases":[{"title":"R","date":"19"}]})", none, "R", none, "19", none);
+    row("blank date gives no year", R"({"releases":[{"title":"R","date":"    "}]})", none, "R", none, none,
+        none);
+    row("first medium without tracks",
+        R"({"releases":[{"title":"R","media":[{"track":[]},{"track":[{"number":"2"}]}]}]})", none, "R", none,
+        none, none);
+    row("most counted tag, first of a tie",
+        R"({"tags":[{"name":"rock","count":2},{"name":"classic rock","count":5},{"name":"pop","count":5}]})",
+        none, none, none, none, "Classic Rock");
+    row("tag without count counts 0", R"({"tags":[{"name":"jazz"},{"name":"BLUES","count":1}]})", none, none,
+        none, none, "Blues");
+    row("top tag without a name", R"({"tags":[{"count":9},{"name":"pop","count":1}]})", none, none, none,
+        none, none);
 }
 
 void MusicBrainzRecordingTest::mapping() {

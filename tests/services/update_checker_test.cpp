@@ -107,23 +107,21 @@ void UpdateCheckerTest::releaseDecoding_data() {
     QTest::addColumn<QByteArray>("json");
     QTest::addColumn<bool>("readable");
 
-    const QByteArray base = R"json({"latestVersion":"1.3","downloadURL":"https://o.example/d")json";
-    QTest::addRow("required keys only") << base + "}" << true;
-    QTest::addRow("optional nulls, unknown keys")
-        << base +
-               R"json(,"notes":null,"releaseNotesURL":null,"releaseDate":null,"channel":{"beta":true}})json"
-        << true;
-    QTest::addRow("notes a list") << base + R"json(,"notes":["a"]})json" << false;
-    QTest::addRow("release notes URL broken") << base + R"json(,"releaseNotesURL":"http://[x"})json" << false;
-    QTest::addRow("missing download URL") << QByteArray(R"json({"latestVersion":"1.3"})json") << false;
-    QTest::addRow("empty download URL")
-        << QByteArray(R"json({"latestVersion":"1.3","downloadURL":""})json") << false;
-    QTest::addRow("download URL not a URL")
-        << QByteArray(R"json({"latestVersion":"1.3","downloadURL":"https://o example/ d"})json") << false;
-    QTest::addRow("version a number")
-        << QByteArray(R"json({"latestVersion":1.3,"downloadURL":"https://o.example/d"})json") << false;
-    QTest::addRow("empty object") << QByteArray("{}") << false;
-    QTest::addRow("array") << QByteArray("[]") << false;
+    const auto row = [](const char* name, const QByteArray& json, bool readable) {
+        QTest::addRow("%s", name) << json << readable;
+    };
+    const QByteArray base = R"({"latestVersion":"1.3","downloadURL":"https://o.example/d")";
+    row("required keys only", base + "}", true);
+    row("optional nulls, unknown keys",
+        base + R"(,"notes":null,"releaseNotesURL":null,"releaseDate":null,"channel":{"beta":true}})", true);
+    row("notes a list", base + R"(,"notes":["a"]})", false);
+    row("release notes URL broken", base + R"(,"releaseNotesURL":"http://[x"})", false);
+    row("missing download URL", R"({"latestVersion":"1.3"})", false);
+    row("empty download URL", R"({"latestVersion":"1.3","downloadURL":""})", false);
+    row("download URL not a URL", R"({"latestVersion":"1.3","downloadURL":"https://o example/ d"})", false);
+    row("version a number", R"({"latestVersion":1.3,"downloadURL":"https://o.example/d"})", false);
+    row("empty object", "{}", false);
+    row("array", "[]", false);
 }
 
 void UpdateCheckerTest::releaseDecoding() {

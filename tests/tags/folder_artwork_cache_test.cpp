@@ -1,3 +1,4 @@
+#include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "tags/FolderArtworkCache.h"
 
@@ -5,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QImage>
-#include <QImageReader>
 #include <QImageWriter>
 #include <QMutex>
 #include <QPainter>
@@ -21,24 +21,7 @@
 
 namespace {
 
-// A line of /proc/self/status such as VmRSS or VmHWM (the peak resident size), in MiB; -1 if unknown.
-double memoryMiB(const QByteArray& field) {
-    QFile status("/proc/self/status");
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith(field + ':'))
-            return line.mid(field.size() + 1).trimmed().split(' ').value(0).toDouble() / 1024;
-    }
-    return -1;
-}
-
-// Makes the kernel's peak resident size start again from the current one.
-void resetPeakMemory() {
-    QFile clearRefs("/proc/self/clear_refs");
-    if (clearRefs.open(QIODevice::WriteOnly))
-        clearRefs.write("5");
-}
+using fixtures::writeFile;
 
 QByteArray encode(const QImage& image, const char* format, int quality = -1) {
     QByteArray bytes;
@@ -46,11 +29,6 @@ QByteArray encode(const QImage& image, const char* format, int quality = -1) {
     buffer.open(QIODevice::WriteOnly);
     image.save(&buffer, format, quality);
     return bytes;
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
 // An image whose left half is `left` and right half blue, so rotations can be told apart.
@@ -106,68 +84,6 @@ QByteArray hugeGreyJpeg(quint32 side, bool progressive = false) {
     jpeg += segment('\xDA', QByteArray("\x01\x01\x00\x00", 4) + (progressive ? '\x00' : '\x3F') + '\x00');
     jpeg += QByteArray((blocks * (progressive ? 1 : 2) + 7) / 8, 0);
     return jpeg + QByteArray("\xFF\xD9", 2);
-}
-
-quint32 crc32(const QByteArray& bytes) {
-    quint32 crc = 0xFFFFFFFF;
-    for (char byte : bytes) {
-        crc ^= quint8(byte);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc >> 1) ^ (0xEDB88320 & (0u - (crc & 1)));
-    }
-    return ~crc;
-}
-
-// Deflate bits go out least significant first; Huffman codes most significant bit first.
-struct BitWriter {
-    QByteArray bytes;
-    quint32 buffer = 0;
-    int count = 0;
-    void bits(quint32 value, int n) {
-        buffer |= value << count;
-        count += n;
-        for (; count >= 8; count -= 8, buffer >>= 8)
-            bytes.append(char(buffer & 0xFF));
-    }
-    void code(quint32 value, int n) { bits(reversed(value, n), n); }
-    static quint32 reversed(quint32 value, int n) {
-        quint32 out = 0;
-        for (int i = 0; i < n; ++i)
-            out |= ((value >> i) & 1) << (n - 1 - i);
-        return out;
-    }
-    void flush() {
-        if (count > 0)
-            bits(0, 8 - count);
-    }
-};
-
-// A black side x side RGB PNG built by hand: its zlib stream repeats "copy 258 bytes from 1 back", so the
-// file is about 17 MiB at 30000 px while the pixels are 2.5 GiB.
-QByteArray hugeBlackPng(quint32 side) {
-    auto chunk = [](const char* type, const QByteArray& body) {
-        const QByteArray typed = QByteArray(type) + body;
-        return bigEndian(body.size(), 4) + typed + bigEndian(crc32(typed), 4);
-    };
-    const quint64 rawSize = quint64(side) * (1 + 3 * quint64(side)); // a filter byte per row, then RGB
-    BitWriter deflate;
-    deflate.bits(0x78, 8);
-    deflate.bits(0x01, 8);
-    deflate.bits(1, 1);    // final block
-    deflate.bits(1, 2);    // fixed Huffman codes
-    deflate.code(0x30, 8); // literal 0
-    quint64 written = 1;
-    const quint32 copy258 = BitWriter::reversed(0xC5, 8); // length 258, then distance 1 as five zero bits
-    for (; rawSize - written >= 258; written += 258)
-        deflate.bits(copy258, 13);
-    for (; written < rawSize; ++written)
-        deflate.code(0x30, 8);
-    deflate.code(0, 7); // end of block
-    deflate.flush();
-    const QByteArray adler = bigEndian(quint32((rawSize % 65521) << 16 | 1), 4); // every byte is zero
-    return QByteArray("\x89PNG\r\n\x1A\n", 8) +
-           chunk("IHDR", bigEndian(side, 4) + bigEndian(side, 4) + QByteArray("\x08\x02\x00\x00\x00", 5)) +
-           chunk("IDAT", deflate.bytes + adler) + chunk("IEND", {});
 }
 
 // Creates the files of one folder described as "name" (a small valid image), "name+N" (a valid image
@@ -230,28 +146,17 @@ private slots:
         QTest::addColumn<qint64>("rank");
         QTest::addRow("cover") << "cover.jpg" << 90ll;
         QTest::addRow("upper case") << "Folder.JPG" << 90ll;
-        QTest::addRow("front") << "front.png" << 90ll;
-        QTest::addRow("album") << "album.jpeg" << 90ll;
-        QTest::addRow("albumart") << "albumart.gif" << 90ll;
-        QTest::addRow("artwork") << "Artwork.tif" << 90ll;
-        QTest::addRow("albumart_ prefix") << "AlbumArt_{0A1B}.jpg" << 85ll;
         QTest::addRow("albumart_ large") << "AlbumArt_{0A1B}_Large.jpg" << 100ll;
         QTest::addRow("albumart prefix") << "AlbumArtwork2.jpg" << 80ll;
-        QTest::addRow("albumart small") << "AlbumArtSmall.jpg" << 30ll;
         QTest::addRow("contains cover") << "my cover.jpg" << 70ll;
-        QTest::addRow("contains folder") << "oldfolder.png" << 70ll;
-        QTest::addRow("front cover large") << "front_cover_large.png" << 85ll;
         QTest::addRow("only the last extension goes") << "cover.jpg.png" << 70ll;
         QTest::addRow("other") << "scan01.jpg" << 20ll;
         QTest::addRow("large") << "scan_large.jpg" << 35ll;
         QTest::addRow("small and thumb once") << "cover_small_thumb.jpg" << 20ll;
         QTest::addRow("thumbnail") << "Thumbnail.jpg" << -30ll;
         QTest::addRow("back word") << "cover-back.jpg" << 40ll;
-        QTest::addRow("backcover word") << "backcover.jpg" << 40ll;
         QTest::addRow("cd word") << "cd.jpg" << -10ll;
-        QTest::addRow("disc word") << "Disc 2.png" << -10ll;
         QTest::addRow("cd1 is another word") << "cd1.jpg" << 20ll;
-        QTest::addRow("discography is another word") << "discography.jpg" << 20ll;
         QTest::addRow("back inside a word") << "feedback.jpg" << 20ll;
         QTest::addRow("every penalty") << "front (back) large thumb.jpg" << 5ll;
     }
@@ -270,23 +175,17 @@ private slots:
             << QStringList{"AlbumArt_x_Large.jpg", "cover.jpg"} << "AlbumArt_x_Large.jpg";
         QTest::addRow("larger among equal ranks") << QStringList{"a.jpg", "b.png+3000", "c.jpg+1000"}
                                                   << QStringList{"b.png", "c.jpg", "a.jpg"} << "b.png";
-        QTest::addRow("equal ties keep name order")
-            << QStringList{"b.png", "a.png"} << QStringList{"a.png", "b.png"} << "a.png";
-        QTest::addRow("back cover alone still used")
-            << QStringList{"back.jpg"} << QStringList{"back.jpg"} << "back.jpg";
         QTest::addRow("corrupt best falls to next") << QStringList{"cover.jpg!", "scan01.png"}
                                                     << QStringList{"cover.jpg", "scan01.png"} << "scan01.png";
         QTest::addRow("nothing decodes")
             << QStringList{"cover.jpg!", "front.png!"} << QStringList{"cover.jpg", "front.png"} << QString();
-        QTest::addRow("hidden skipped")
-            << QStringList{".cover.jpg", "scan01.jpg"} << QStringList{"scan01.jpg"} << "scan01.jpg";
-        QTest::addRow("only regular files")
-            << QStringList{"cover.jpg/", "folder.jpg|", "scan.png"} << QStringList{"scan.png"} << "scan.png";
+        QTest::addRow("only regular, visible files")
+            << QStringList{".cover.jpg", "cover.jpg/", "folder.jpg|", "scan.png"} << QStringList{"scan.png"}
+            << "scan.png";
         QTest::addRow("image extensions only")
             << QStringList{"a.gif!", "b.tif!", "c.TIFF!",   "d.heic!",       "e.bmp!", "f.jpeg!",
                            "g.JPG!", "h.webp", "cover.txt", "cover.jpg.bak", "cover"}
             << QStringList{"a.gif", "b.tif", "c.TIFF", "d.heic", "e.bmp", "f.jpeg", "g.JPG"} << QString();
-        QTest::addRow("empty folder") << QStringList{} << QStringList{} << QString();
     }
     void choosesAmongCandidates() {
         QFETCH(QStringList, files);
@@ -316,22 +215,16 @@ private slots:
         QTest::addColumn<QColor>("expectedTopLeft");
         QTest::addRow("upright, scaled down")
             << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 0 << QSize(600, 300) << QColor(Qt::red);
-        QTest::addRow("orientation 1")
-            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 1 << QSize(600, 300) << QColor(Qt::red);
         QTest::addRow("rotate 90 cw (6)")
             << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 6 << QSize(300, 600) << QColor(Qt::red);
         QTest::addRow("rotate 180 (3)")
             << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 3 << QSize(600, 300) << QColor(Qt::blue);
-        QTest::addRow("rotate 90 ccw (8)")
-            << "JPEG" << QSize(1200, 600) << QColor(Qt::red) << 8 << QSize(300, 600) << QColor(Qt::blue);
         QTest::addRow("small rotated, not enlarged")
             << "JPEG" << QSize(100, 50) << QColor(Qt::red) << 6 << QSize(50, 100) << QColor(Qt::red);
         QTest::addRow("tall png") << "PNG" << QSize(300, 1500) << QColor(Qt::red) << 0 << QSize(120, 600)
                                   << QColor(Qt::red);
         QTest::addRow("transparency on white")
             << "PNG" << QSize(100, 50) << QColor(Qt::transparent) << 0 << QSize(100, 50) << QColor(Qt::white);
-        QTest::addRow("bmp") << "BMP" << QSize(800, 800) << QColor(Qt::red) << 0 << QSize(600, 600)
-                             << QColor(Qt::red);
     }
     void thumbnailsAreUprightJpegs() {
         QFETCH(QString, format);
@@ -372,12 +265,12 @@ private slots:
             QStringLiteral("mjpeg,%1,%2").arg(expectedSize.width()).arg(expectedSize.height()).toLatin1());
     }
 
+    // Only a scaled decode fits in the image reader's 128 MiB allocation limit: 3.4 GiB of pixels for the
+    // JPEG, 256 MiB for the PNG that ffmpeg writes.
     void decodesHugeImagesScaled_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<int>("side");
         QTest::addRow("30000 px jpeg") << "huge.jpg" << 30000;
-        // Decoding a PNG scaled still inflates every row, so this one stays smaller; at 8000 px a full
-        // decode would already be over the reader's 128 MiB allocation limit.
         QTest::addRow("8000 px png") << "huge.png" << 8000;
     }
     void decodesHugeImagesScaled() {
@@ -385,17 +278,17 @@ private slots:
         QFETCH(int, side);
         QTemporaryDir dir;
         const QString path = dir.filePath(name);
-        QVERIFY(writeFile(path, name.endsWith(".jpg") ? hugeGreyJpeg(side) : hugeBlackPng(side)));
-        QCOMPARE(QImageReader(path).size(), QSize(side, side));
+        if (name.endsWith(".jpg"))
+            QVERIFY(writeFile(path, hugeGreyJpeg(side)));
+        else if (fixtures::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i",
+                                          QStringLiteral("color=black:s=%1x%1").arg(side), "-frames:v", "1",
+                                          "-pix_fmt", "rgb24", path})
+                     .exitCode != 0)
+            QSKIP("ffmpeg cannot write the PNG here");
 
-        resetPeakMemory();
-        const double before = memoryMiB("VmRSS");
         const auto jpeg = FolderArtworkCache::thumbnail(QUrl::fromLocalFile(path));
-        const double peak = memoryMiB("VmHWM");
         QVERIFY(jpeg);
         QCOMPARE(QImage::fromData(*jpeg, "JPEG").size(), QSize(600, 600));
-        qInfo("%s, %d px: resident %.0f MiB before, peak %.0f MiB while decoding", qPrintable(name), side,
-              before, peak);
     }
 
     // A progressive JPEG decodes from a buffer of the full image's coefficients whatever the output size.
@@ -403,10 +296,7 @@ private slots:
         QTemporaryDir dir;
         QVERIFY(writeFile(dir.filePath("cover.jpg"), hugeGreyJpeg(30000, true)));
         QVERIFY(makeFolder(dir.path(), {"scan.png"}));
-        resetPeakMemory();
-        const double before = memoryMiB("VmRSS");
         const auto found = FolderArtworkCache::scan(QUrl::fromLocalFile(dir.path()));
-        qInfo("resident %.0f MiB before, peak %.0f MiB while refusing", before, memoryMiB("VmHWM"));
         QVERIFY(found);
         QCOMPARE(found->sourceUrl.fileName(), "scan.png");
 
@@ -530,8 +420,6 @@ private slots:
         QVERIFY(firstResult.result());
         QVERIFY(secondRanDuringFirst);
     }
-
-    void sharedInstanceIsOne() { QCOMPARE(&FolderArtworkCache::shared(), &FolderArtworkCache::shared()); }
 };
 
 QTEST_GUILESS_MAIN(FolderArtworkCacheTest)

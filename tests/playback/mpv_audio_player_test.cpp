@@ -2,6 +2,7 @@
 #include "playback/MpvAudioPlayer.h"
 #include "playback/PlayerEngine.h"
 
+#include "support/FileContents.h"
 #include "support/Fixtures.h"
 
 #include <QFile>
@@ -17,6 +18,7 @@ class MpvAudioPlayerTest : public QObject {
 
 private:
     QTemporaryDir m_dir;
+    QSettings m_settings{m_dir.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat};
 
     QString audio(const QString& name, double seconds) {
         const QString path = m_dir.filePath(name);
@@ -25,11 +27,10 @@ private:
         return path;
     }
 
-    static Track track(const QString& path, const QString& title = QString()) {
+    static Track track(const QString& path) {
         Track track;
         track.id = QUuid::createUuid();
         track.url = QUrl::fromLocalFile(path);
-        track.title = title;
         return track;
     }
 
@@ -44,8 +45,7 @@ private slots:
 
     void opensEveryKindOfFile_data() {
         QTest::addColumn<QString>("name");
-        for (const char* name : {"tone.mp3", "tone.m4a", "tone.flac", "tone.wav", "tone.aiff", "tone.caf",
-                                 "tone.alac", "tone.au", "tone.aac"})
+        for (const char* name : {"tone.mp3", "tone.m4a", "tone.flac", "tone.aiff"})
             QTest::addRow("%s", name) << QString::fromLatin1(name);
     }
 
@@ -54,10 +54,9 @@ private slots:
         const QString path = audio(QStringLiteral("two-seconds-") + name, 2.0);
         QVERIFY(!path.isEmpty());
 
-        AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+        const AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
 
-        QVERIFY2(created.player, qPrintable(created.error));
-        QVERIFY(created.error.isEmpty());
+        QVERIFY2(created.player && created.error.isEmpty(), qPrintable(created.error));
         QVERIFY2(qAbs(created.player->duration() - 2.0) < 0.1,
                  qPrintable(QString::number(created.player->duration())));
         QCOMPARE(created.player->currentTime(), 0.0);
@@ -71,27 +70,17 @@ private slots:
                                  << "The file doesn't exist.";
         QTest::addRow("text named .mp3") << "text"
                                          << "The file isn't in a format Orvelle can play.";
-        QTest::addRow("empty file") << "empty"
-                                    << "The file isn't in a format Orvelle can play.";
         QTest::addRow("FIFO named .mp3") << "fifo"
                                          << "It isn't a regular file.";
-        QTest::addRow("folder") << "folder"
-                                << "It isn't a regular file.";
     }
 
     void refusesWhatItCannotPlay() {
         QFETCH(QString, kind);
         const QString path = m_dir.filePath(kind + QStringLiteral(".mp3"));
-        if (kind == QLatin1String("text") || kind == QLatin1String("empty")) {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            if (kind == QLatin1String("text"))
-                file.write("These are the liner notes, not a song.\n");
-        } else if (kind == QLatin1String("fifo")) {
-            QVERIFY(::mkfifo(QFile::encodeName(path).constData(), 0600) == 0 || QFile::exists(path));
-        } else if (kind == QLatin1String("folder")) {
-            QVERIFY(QDir(m_dir.path()).mkpath(path));
-        }
+        if (kind == QLatin1String("text"))
+            QVERIFY(fixtures::writeFile(path, "These are the liner notes, not a song.\n"));
+        else if (kind == QLatin1String("fifo"))
+            QVERIFY(::mkfifo(QFile::encodeName(path).constData(), 0600) == 0);
 
         const AudioPlayerCreation created = MpvAudioPlayer::open(QUrl::fromLocalFile(path));
 
@@ -111,8 +100,7 @@ private slots:
     void seekClampsToTheDuration() {
         const QString path = audio(QStringLiteral("three.mp3"), 3.0);
         QVERIFY(!path.isEmpty());
-        QSettings settings(m_dir.filePath(QStringLiteral("seek.ini")), QSettings::IniFormat);
-        PlayerEngine engine(&settings, MpvAudioPlayer::factory());
+        PlayerEngine engine(&m_settings, MpvAudioPlayer::factory());
         engine.setQueue({track(path)});
         engine.play();
         QVERIFY(engine.isPlaying());
@@ -139,8 +127,7 @@ private slots:
         const QString first = audio(QStringLiteral("first.mp3"), 1.0);
         const QString second = audio(QStringLiteral("second.flac"), 1.0);
         QVERIFY(!first.isEmpty() && !second.isEmpty());
-        QSettings settings(m_dir.filePath(QStringLiteral("play.ini")), QSettings::IniFormat);
-        PlayerEngine engine(&settings, MpvAudioPlayer::factory());
+        PlayerEngine engine(&m_settings, MpvAudioPlayer::factory());
         engine.setQueue({track(first), track(second)});
         QSignalSpy indexChanged(&engine, &PlayerEngine::currentIndexChanged);
 
@@ -166,14 +153,10 @@ private slots:
     void unplayableSongsGiveTheirSentences() {
         QFETCH(QString, name);
         const QString path = m_dir.filePath(name);
-        if (name == QLatin1String("notes.mp3")) {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write("Track 1: an overture\nTrack 2: a reprise\n");
-        }
+        if (name == QLatin1String("notes.mp3"))
+            QVERIFY(fixtures::writeFile(path, "Track 1: an overture\nTrack 2: a reprise\n"));
         const QString playable = audio(QStringLiteral("after.mp3"), 1.0);
-        QSettings settings(m_dir.filePath(QStringLiteral("fail.ini")), QSettings::IniFormat);
-        PlayerEngine engine(&settings, MpvAudioPlayer::factory());
+        PlayerEngine engine(&m_settings, MpvAudioPlayer::factory());
         QStringList shown;
         connect(&engine, &PlayerEngine::playbackErrorChanged, this,
                 [&] { shown.append(engine.playbackError()); });

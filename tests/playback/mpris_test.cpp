@@ -4,6 +4,7 @@
 #include "playback/NowPlaying.h"
 #include "playback/PlayerEngine.h"
 #include "support/FakeAudioPlayer.h"
+#include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "support/Pictures.h"
 
@@ -241,9 +242,7 @@ private slots:
         const QUrl artUrl(fields[4]);
         QVERIFY2(artUrl.isLocalFile(), qPrintable(fields[4]));
         QVERIFY(artUrl.toLocalFile().startsWith(m_home.filePath(QStringLiteral("cache/Orvelle/art/"))));
-        QFile file(artUrl.toLocalFile());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), *artwork);
+        QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *artwork);
     }
 
     // The id follows the playlist entry, not its row.

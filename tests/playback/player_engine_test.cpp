@@ -331,10 +331,8 @@ private slots:
         engine().setQueue(tracks);
 
         QCOMPARE(engine().currentIndex(), -1);
-        QVERIFY(!engine().currentTrack());
         QVERIFY(!engine().isPlaying());
-        QVERIFY(!engine().hasAudioPlayer());
-        QVERIFY(m_backend.current.isNull());
+        QVERIFY(m_backend.current.isNull()); // the player was dropped
         QCOMPARE(engine().duration(), 0.0);
         QCOMPARE(publisher.clears, 1);
         engine().setNowPlayingPublisher(nullptr);

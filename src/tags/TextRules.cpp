@@ -3,6 +3,8 @@
 #include <QChar>
 #include <QList>
 
+#include <unicode/uchar.h>
+
 namespace {
 
 // The full case foldings that expand one letter into several and that QString::toCaseFolded (simple folding)
@@ -37,7 +39,8 @@ QString comparisonKey(const QString& text, bool dropMarks) {
     QString key;
     key.reserve(decomposed.size());
     for (const char32_t codePoint : decomposed.toUcs4()) {
-        if (QChar::isMark(codePoint))
+        // Only diacritics go: the vowel signs of Indic scripts are marks too, but they make another word.
+        if (QChar::isMark(codePoint) && u_hasBinaryProperty(UChar32(codePoint), UCHAR_DIACRITIC))
             continue;
         key += QChar::fromUcs4(codePoint);
     }

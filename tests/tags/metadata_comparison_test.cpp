@@ -89,6 +89,8 @@ private slots:
         QTest::addRow("sharp s folds to ss") << "STRASSE" << Optional("Straße") << none;
         QTest::addRow("ligature folds to letters") << "Final" << Optional("\uFB01nal") << none;
         QTest::addRow("different letter") << "Bjorn" << Optional("Björk") << Optional("Björk");
+        QTest::addRow("vowel signs are not diacritics")
+            << "\u0915\u093F" << Optional("\u0915\u0941") << Optional("\u0915\u0941");
         QTest::addRow("outside the BMP, equal") << "🎵 Song" << Optional("🎵 song") << none;
         QTest::addRow("remote padded, local agrees") << "abbey road" << Optional(" Abbey Road ") << none;
         QTest::addRow("local padded") << "\n Abbey Road\r\n" << Optional("Abbey Road") << none;

@@ -29,8 +29,8 @@ QString MetadataService::configuredEndpoint() {
 }
 
 QString MetadataService::userAgent() {
-    return QStringLiteral("Orvelle/%1 ( %2 )")
-        .arg(QString::fromUtf8(orvelle::build::version), QString::fromUtf8(orvelle::build::contactUrl));
+    // MusicBrainz asks every client to name itself and a way to reach the people behind it.
+    return QStringLiteral("Orvelle/1.0 ( %1 )").arg(QString::fromUtf8(orvelle::build::contactUrl));
 }
 
 QFuture<LookupResult> MetadataService::lookup(const QString& title, const QString& artist,

@@ -51,7 +51,7 @@ public:
 
     // The public service's recording search, unless ORVELLE_MUSICBRAINZ_ENDPOINT names another.
     static QString configuredEndpoint();
-    // "Orvelle/<version> ( <contact URL> )".
+    // "Orvelle/1.0 ( <contact URL> )", the contact URL being a build setting.
     static QString userAgent();
 
     QString endpoint() const { return m_endpoint; }

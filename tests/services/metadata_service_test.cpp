@@ -5,6 +5,8 @@
 #include "support/Fixtures.h"
 #include "support/LocalHttpServer.h"
 
+#include <OrvelleVersion.h>
+
 #include <QTest>
 #include <QUrlQuery>
 
@@ -70,9 +72,8 @@ void MetadataServiceTest::sendsOnePoliteSearch() {
     QCOMPARE(request.method, QByteArray("GET"));
     QCOMPARE(request.path(), searchPath);
     QCOMPARE(request.headers.value("accept"), QByteArray("application/json"));
-    const QByteArray agent = request.headers.value("user-agent");
-    QVERIFY2(agent.startsWith("Orvelle/") && agent.endsWith(" )") && agent.contains("( http"), agent);
-    QCOMPARE(agent, MetadataService::userAgent().toUtf8());
+    QCOMPARE(request.headers.value("user-agent"),
+             "Orvelle/1.0 ( " + QByteArray(orvelle::build::contactUrl) + " )");
     const QUrlQuery query(QString::fromLatin1(request.target.mid(request.target.indexOf('?') + 1)));
     QCOMPARE(query.queryItemValue("query", QUrl::FullyDecoded),
              QStringLiteral("recording:\"Say Hello\" AND artist:\"Simon + Garfunkel\""));

@@ -25,6 +25,8 @@ bool HttpReply::isNoConnection() const {
     if (failure != Failure::Network)
         return false;
     switch (networkError) {
+    // Qt reports a network or host without a route ("Network unreachable") as an unknown network error.
+    case QNetworkReply::UnknownNetworkError:
     case QNetworkReply::TemporaryNetworkFailureError:
     case QNetworkReply::NetworkSessionFailedError:
     case QNetworkReply::BackgroundRequestNotAllowedError:

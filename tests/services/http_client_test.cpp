@@ -19,6 +19,8 @@ private slots:
     void initTestCase();
     void cleanup();
 
+    void errorClasses_data();
+    void errorClasses();
     void redirectPolicy_data();
     void redirectPolicy();
     void bodyCap_data();
@@ -74,6 +76,24 @@ void HttpClientTest::initTestCase() {
 
 void HttpClientTest::cleanup() {
     QSslConfiguration::setDefaultConfiguration(m_defaultTls);
+}
+
+void HttpClientTest::errorClasses_data() {
+    QTest::addColumn<QNetworkReply::NetworkError>("error");
+    QTest::addColumn<bool>("offline");
+    QTest::addColumn<bool>("noConnection");
+    QTest::addRow("refused") << QNetworkReply::ConnectionRefusedError << true << false;
+    QTest::addRow("no route") << QNetworkReply::UnknownNetworkError << true << true;
+    QTest::addRow("too many redirects") << QNetworkReply::TooManyRedirectsError << false << false;
+}
+
+void HttpClientTest::errorClasses() {
+    QFETCH(QNetworkReply::NetworkError, error);
+    QFETCH(bool, offline);
+    QFETCH(bool, noConnection);
+    const HttpReply reply{HttpReply::Failure::Network, error, "", {}, {}};
+    QCOMPARE(reply.isOffline(), offline);
+    QCOMPARE(reply.isNoConnection(), noConnection);
 }
 
 void HttpClientTest::redirectPolicy_data() {

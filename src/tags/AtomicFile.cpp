@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -85,8 +86,39 @@ std::optional<int> writeAll(int fd, const QByteArray& contents) {
     return std::nullopt;
 }
 
+// What `call` (listxattr or getxattr with a buffer and its size) gives, in a buffer of the size it asks for.
+template <typename Call> std::optional<QByteArray> sizedRead(Call call) {
+    const ssize_t size = call(nullptr, 0);
+    if (size < 0)
+        return std::nullopt;
+    QByteArray buffer(size, Qt::Uninitialized);
+    const ssize_t length = call(buffer.data(), size_t(size));
+    if (length < 0)
+        return std::nullopt;
+    buffer.truncate(length);
+    return buffer;
+}
+
+// Extended attributes hold what other programs know about the file (a file manager's tags and ratings, an
+// access control list); they belong to the old file, so they are copied to the new one. One that cannot be
+// set here (a security label, say) is left behind rather than failing the save.
+void copyAttributes(const QByteArray& from, int to) {
+    const std::optional<QByteArray> names =
+        sizedRead([&](char* buffer, size_t size) { return ::listxattr(from.constData(), buffer, size); });
+    for (const QByteArray& name : names.value_or(QByteArray()).split('\0')) {
+        if (name.isEmpty())
+            continue;
+        const std::optional<QByteArray> value = sizedRead([&](char* buffer, size_t size) {
+            return ::getxattr(from.constData(), name.constData(), buffer, size);
+        });
+        if (!value || ::fsetxattr(to, name.constData(), value->constData(), size_t(value->size()), 0) != 0)
+            qCDebug(lcTags) << "could not keep attribute" << name << "of" << from << errorText(errno);
+    }
+}
+
 // Writes the complete temporary file and flushes it to disk, so that the rename can only ever expose a
-// complete file. The old file's owner and mode are copied (owner first: chown may clear set-id bits).
+// complete file. The old file's owner, mode and extended attributes are copied (owner first: chown may clear
+// set-id bits; attributes last, as an access control list also sets the mode).
 std::optional<int> writeTemporary(const QByteArray& temporary, const QByteArray& contents,
                                   const Target& target) {
     ::unlink(temporary.constData()); // a leftover of an interrupted save
@@ -102,6 +134,8 @@ std::optional<int> writeTemporary(const QByteArray& temporary, const QByteArray&
             qCDebug(lcTags) << "could not keep the owner of" << target.path << errorText(errno);
         if (::fchmod(fd, target.mode) != 0)
             error = errno;
+        else
+            copyAttributes(target.path, fd);
     }
     if (!error)
         error = writeAll(fd, contents);

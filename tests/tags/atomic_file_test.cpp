@@ -11,6 +11,7 @@
 #include <csignal>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -41,12 +42,18 @@ private slots:
         QTemporaryDir dir;
         const QString path = dir.filePath("song name.mp3");
         QVERIFY(writeFile(path, "old contents, longer than the new ones"));
-        QCOMPARE(::chmod(QFile::encodeName(path).constData(), mode_t(mode)), 0);
+        const QByteArray name = QFile::encodeName(path);
+        // A file manager's rating, kept where the file system stores user attributes.
+        const bool rated = ::setxattr(name.constData(), "user.rating", "5", 1, 0) == 0;
+        QCOMPARE(::chmod(name.constData(), mode_t(mode)), 0);
 
         QCOMPARE(replaceFileAtomically("new", path, ReplaceMode::ReplaceExisting), std::nullopt);
 
         QCOMPARE(readFile(path), QByteArray("new"));
         QCOMPARE(int(permissionBits(path)), mode);
+        char rating[8] = {};
+        if (rated)
+            QCOMPARE(::getxattr(name.constData(), "user.rating", rating, sizeof rating), ssize_t(1));
         QCOMPARE(folderEntries(dir.path()), QStringList{"song name.mp3"});
     }
 

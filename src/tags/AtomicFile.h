@@ -17,9 +17,9 @@ enum class ReplaceMode {
 //
 // The bytes go to a hidden temporary file beside the target (".<name>.tagtmp"), are flushed to disk, and
 // then take the target's place in one rename. A symbolic link is followed: the link stays a link and the
-// file it points to is replaced. The target's permission bits (and, where allowed, its owner) carry over;
-// a new file gets the usual mode for the process's umask. On any failure the temporary file is removed, the
-// target is left exactly as it was, and the system's explanation comes back (e.g. "No space left on
-// device"). Blocking; safe from any thread.
+// file it points to is replaced. The target's permission bits, extended attributes (and, where allowed, its
+// owner) carry over; a new file gets the usual mode for the process's umask. On any failure the temporary
+// file is removed, the target is left exactly as it was, and the system's explanation comes back (e.g. "No
+// space left on device"). Blocking; safe from any thread.
 std::optional<QString> replaceFileAtomically(const QByteArray& contents, const QString& path,
                                              ReplaceMode mode = ReplaceMode::CreateOrReplace);

@@ -1,9 +1,23 @@
 #include "library/NaturalOrder.h"
 
+#include <QString>
+
 namespace {
 
 bool isDigit(QChar c) {
     return c >= u'0' && c <= u'9';
+}
+
+// The letter a character is sorted by: case-folded, without its accents, so "É" sorts with "E" as the file
+// manager has it, not after "Z". Only marks are stripped: a Hangul syllable keeps its whole value.
+char16_t sortLetter(QChar c) {
+    while (c.decompositionTag() == QChar::Canonical) {
+        const QString parts = c.decomposition();
+        if (parts.size() > 1 && !parts.at(1).isMark())
+            break;
+        c = parts.at(0);
+    }
+    return c.toCaseFolded().unicode();
 }
 
 int sign(qsizetype value) {
@@ -57,8 +71,8 @@ int naturalCompare(QStringView a, QStringView b) {
                 return -1;
             if (cb == u'/')
                 return 1;
-            const char16_t foldedA = ca.toCaseFolded().unicode();
-            const char16_t foldedB = cb.toCaseFolded().unicode();
+            const char16_t foldedA = sortLetter(ca);
+            const char16_t foldedB = sortLetter(cb);
             if (foldedA != foldedB)
                 return foldedA < foldedB ? -1 : 1;
             if (tieBreak == 0)

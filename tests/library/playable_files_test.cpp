@@ -29,6 +29,8 @@ private slots:
         QTest::addColumn<QStringList>("ascending");
         QTest::addRow("number inside a name") << QStringList{"Track 9.mp3", "Track 10.mp3"};
         QTest::addRow("case ignored") << QStringList{"apple", "Banana"};
+        QTest::addRow("accents ignored") << QStringList{"\u00C9dith", "Elvis"};
+        QTest::addRow("Hangul syllables kept whole") << QStringList{"\uAC00\uB098", "\uAC01\uAC00"};
         QTest::addRow("long numbers") << QStringList{"99999999999999999998", "99999999999999999999"};
         QTest::addRow("leading zeros are the same value") << QStringList{"01 b", "1 c"};
         QTest::addRow("a folder's files before a longer sibling")

@@ -10,10 +10,12 @@
 #include <taglib/commentsframe.h>
 #include <taglib/flacfile.h>
 #include <taglib/flacpicture.h>
+#include <taglib/id3v1genres.h>
 #include <taglib/id3v1tag.h>
 #include <taglib/id3v2framefactory.h>
 #include <taglib/id3v2tag.h>
 #include <taglib/infotag.h>
+#include <taglib/mp4atom.h>
 #include <taglib/mp4file.h>
 #include <taglib/mpegfile.h>
 #include <taglib/textidentificationframe.h>
@@ -23,6 +25,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
 namespace TagLibMetadataReader {
 
@@ -157,7 +160,12 @@ TagItems fromId3v1(const TagLib::ID3v1::Tag& tag) {
     // A year, not a recording time: a version 2 tag's TYER beside it is the better source.
     if (tag.year() > 0)
         out.addText(id::id3Year, QString::number(tag.year()));
-    out.addText(id::id3ContentType, qString(tag.genre()));
+    // The code in parentheses, so that genre normalisation names it from the program's table (TagLib's own
+    // spells some differently: "Alternative Rock" for "Alt. Rock"); codes past the table keep TagLib's name.
+    const unsigned int genre = tag.genreNumber();
+    out.addText(id::id3ContentType, genre < unsigned(Id3Genres::names().size())
+                                        ? QStringLiteral("(%1)").arg(genre)
+                                        : qString(tag.genre()));
     out.addText(id::id3Comments, qString(tag.comment()));
     return out;
 }
@@ -176,8 +184,49 @@ TagItems fromApe(const TagLib::APE::Tag& tag) {
     return out;
 }
 
-TagItems fromMp4(const TagLib::MP4::Tag& tag) {
-    const TagLib::MP4::ItemMap& atoms = tag.itemMap();
+// The payload of the first data atom inside the item atom `name` of the file's item list, if there is one.
+std::optional<TagLib::ByteVector> itemData(TagLib::MP4::File& file, TagLib::MP4::Atoms& atoms,
+                                           const char* name) {
+    TagLib::MP4::Atom* item = atoms.find("moov", "udta", "meta", "ilst");
+    item = item ? item->find(name) : nullptr;
+    // Genres are a few bytes; a larger atom is damaged.
+    if (!item || item->length < 24 || item->length > 4096)
+        return std::nullopt;
+    file.seek(item->offset + 8);
+    const TagLib::ByteVector data = file.readBlock(item->length - 8);
+    // size, "data", type, locale, then the value
+    const unsigned int size = data.size() >= 16 ? data.toUInt(0U) : 0;
+    if (size < 16 || size > data.size() || data.mid(4, 4) != "data")
+        return std::nullopt;
+    return data.mid(16, size - 16);
+}
+
+struct Mp4Genres {
+    QString user;
+    QString predefined;
+};
+
+// TagLib hands a predefined genre on as a user genre named from its own table, which spells some genres
+// differently ("Alternative Rock" for "Alt. Rock"), and keeps only the first of the two atoms. When the user
+// genre could have come from that table, the atoms are read here.
+Mp4Genres genres(TagLib::MP4::File& file, const QString& userGenre) {
+    if (userGenre.isEmpty() || TagLib::ID3v1::genreIndex(TagLib::String(userGenre.toStdWString())) == 255)
+        return {userGenre, {}};
+    TagLib::MP4::Atoms atoms(&file);
+    Mp4Genres read;
+    if (const auto text = itemData(file, atoms, "\251gen"))
+        read.user = QString::fromUtf8(text->data(), int(text->size()));
+    if (const auto code = itemData(file, atoms, "gnre"); code && code->size() >= 2) {
+        // The ID3v1 code plus one.
+        const int index = code->toShort(0U) - 1;
+        if (index >= 0 && index < Id3Genres::names().size())
+            read.predefined = Id3Genres::names().at(index);
+    }
+    return read;
+}
+
+TagItems fromMp4(TagLib::MP4::File& file) {
+    const TagLib::MP4::ItemMap& atoms = file.tag()->itemMap();
     const auto atom = [&atoms](const char* name) -> const TagLib::MP4::Item* {
         const auto found = atoms.find(name);
         return found == atoms.end() ? nullptr : &found->second;
@@ -205,13 +254,9 @@ TagItems fromMp4(const TagLib::MP4::Tag& tag) {
                         total > 0 ? QStringLiteral("%1/%2").arg(number).arg(total) : QString::number(number));
     }
     out.addText(id::iTunesReleaseDate, text("\251day"));
-    out.addText(id::iTunesUserGenre, text("\251gen"));
-    if (const TagLib::MP4::Item* genre = atom("gnre")) {
-        // The predefined genre is the ID3v1 code plus one.
-        const int code = genre->toInt() - 1;
-        if (code >= 0 && code < Id3Genres::names().size())
-            out.addText(id::iTunesPredefinedGenre, Id3Genres::names().at(code));
-    }
+    const Mp4Genres genre = genres(file, text("\251gen"));
+    out.addText(id::iTunesUserGenre, genre.user);
+    out.addText(id::iTunesPredefinedGenre, genre.predefined);
     out.addText(id::iTunesUserComment, text("\251cmt"));
     return out;
 }
@@ -245,7 +290,7 @@ AssetMetadata readMp4(TagLib::IOStream* stream) {
     TagLib::MP4::File file(stream, true, AudioProperties::Fast);
     QList<TagItems> tags;
     if (file.isValid() && file.hasMP4Tag())
-        tags.append(fromMp4(*file.tag()));
+        tags.append(fromMp4(file));
     return finish(file, tags);
 }
 

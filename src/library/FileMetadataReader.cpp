@@ -37,8 +37,13 @@ AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
         // annotation chunks.
         const bool untaggedAiff =
             extension.startsWith(u"aif") && metadata.commonItems.isEmpty() && metadata.items.isEmpty();
-        if (metadata.readable && !untaggedAiff)
+        if (metadata.readable && !untaggedAiff) {
+            // TagLib finds no length in some containers it reads tags from (fragmented MP4, as streaming
+            // services deliver); FFmpeg adds up the fragments.
+            if (!(metadata.duration > 0))
+                metadata.duration = AVFormatMetadataReader::read(localPath).duration;
             return metadata;
+        }
     } else {
         ::close(fd);
     }

@@ -139,9 +139,12 @@ public:
         if (text.isEmpty())
             return std::nullopt;
         if (text.startsWith(u"file://", Qt::CaseInsensitive)) {
-            const QUrl url(text.toString());
+            QUrl url(text.toString());
             if (!url.isValid())
                 return std::nullopt;
+            // "file://localhost/music/a.mp3" names the local file /music/a.mp3.
+            if (url.host().compare(u"localhost", Qt::CaseInsensitive) == 0)
+                url.setHost(QString());
             return url.adjusted(QUrl::NormalizePathSegments);
         }
         if (text.size() >= 3 && text[0].isLetter() && text[1] == u':' &&

@@ -124,8 +124,10 @@ private slots:
         row("backslashes, blanks trimmed", " \t Music\\Album\\01.mp3 \t", {"Music/Album/01.mp3|-|-|-"});
         row("dot segments resolved", "./x/../a.mp3\n../q/b.mp3\n/music//x/../a.mp3",
             {"a.mp3|-|-|-", "../q/b.mp3|-|-|-", "/music/a.mp3|-|-|-"});
-        row("file url with escapes", "file://" + dir + "/My%20Song.mp3\nFILE://" + dir + "/sub/../b.mp3",
-            {"My Song.mp3|-|-|-", "b.mp3|-|-|-"});
+        row("file urls",
+            "file://" + dir + "/My%20Song.mp3\nFILE://" + dir + "/sub/../b.mp3\nfile://LocalHost" + dir +
+                "/a.mp3",
+            {"My Song.mp3|-|-|-", "b.mp3|-|-|-", "a.mp3|-|-|-"});
         // Decoded only when the decoded name exists and the name as written does not.
         row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3",
             {"My Song.mp3|-|-|-", "Both%20Here.mp3|-|-|-", "No%20File.mp3|-|-|-", "My%2Song.mp3|-|-|-",

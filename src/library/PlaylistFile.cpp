@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 #include <sys/stat.h>
 
@@ -312,7 +313,8 @@ PlaylistReadResult readPlaylist(const QUrl& url) {
     };
     const QString path = QDir::cleanPath(url.toLocalFile());
     QFile file(path);
-    if (!url.isLocalFile() || !file.open(QIODevice::ReadOnly))
+    // Only a regular file has an end: a FIFO or a device named like a playlist would block the caller.
+    if (!url.isLocalFile() || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return failure(PlaylistError::Kind::Unreadable);
     const QByteArray bytes = file.readAll();
     if (file.error() != QFileDevice::NoError)

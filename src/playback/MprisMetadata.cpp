@@ -20,11 +20,11 @@ QVariantMap mprisMetadata(const NowPlayingInfo& info, const std::optional<QUrl>&
         {QStringLiteral("xesam:title"), info.title},
         {QStringLiteral("xesam:artist"), QStringList{info.artist}},
         {QStringLiteral("xesam:album"), info.album},
-        {QStringLiteral("xesam:url"), info.url.toString()},
+        {QStringLiteral("xesam:url"), info.url.toString(QUrl::FullyEncoded)},
         {QStringLiteral("mpris:length"), toMicroseconds(info.duration)},
     };
     if (artUrl)
-        metadata.insert(QStringLiteral("mpris:artUrl"), artUrl->toString());
+        metadata.insert(QStringLiteral("mpris:artUrl"), artUrl->toString(QUrl::FullyEncoded));
     return metadata;
 }
 

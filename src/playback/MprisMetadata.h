@@ -17,7 +17,8 @@ QDBusObjectPath mprisTrackId(const QUuid& trackId);
 QDBusObjectPath mprisNoTrack();
 
 // The Metadata map (a{sv}) for the loaded song: mpris:trackid, xesam:title, xesam:artist (a list),
-// xesam:album, xesam:url, mpris:length (microseconds), and mpris:artUrl when `artUrl` is given.
+// xesam:album, xesam:url, mpris:length (microseconds), and mpris:artUrl when `artUrl` is given. Addresses
+// are percent-encoded, as URIs must be (file names hold spaces and accents).
 QVariantMap mprisMetadata(const NowPlayingInfo& info, const std::optional<QUrl>& artUrl);
 
 // Seconds to the microseconds MPRIS counts in, and back.

@@ -1,5 +1,5 @@
-// The player as desktop clients see it on the session bus: driven by playerctl, observed from a second
-// bus connection, over the real engine.
+// The player as desktop clients see it on the session bus: driven by playerctl and dbus-send, watched from a
+// second bus connection, over the real engine.
 #include "playback/MpvAudioPlayer.h"
 #include "playback/NowPlaying.h"
 #include "playback/PlayerEngine.h"
@@ -7,91 +7,49 @@
 #include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "support/Pictures.h"
+#include "support/ScratchHome.h"
 
 #include <QDBusArgument>
 #include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDBusObjectPath>
-#include <QDBusPendingCallWatcher>
-#include <QDBusVariant>
-#include <QFile>
 #include <QProcess>
-#include <QSettings>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTest>
-
-#include <memory>
 
 namespace {
 
 const QString mprisPath = QStringLiteral("/org/mpris/MediaPlayer2");
 const QString playerInterface = QStringLiteral("org.mpris.MediaPlayer2.Player");
-const QString rootInterface = QStringLiteral("org.mpris.MediaPlayer2");
-const QString propertiesInterface = QStringLiteral("org.freedesktop.DBus.Properties");
 
 // Set in the copy of this program that runs against a bus address where nothing listens.
 const char* const noBusChild = "ORVELLE_MPRIS_TEST_WITHOUT_BUS";
 
-// A second client of the bus: records the player's signals and makes calls without blocking the
-// main thread, which has to keep serving the player it calls.
+// A second client of the bus, recording what the player announces without being asked.
 class BusObserver : public QObject {
     Q_OBJECT
 
 public:
     explicit BusObserver(const QString& service)
-        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("observer")))
-        , m_service(service) {
-        m_bus.connect(service, mprisPath, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
-                      SLOT(record(QDBusMessage)));
+        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("observer"))) {
+        m_bus.connect(service, mprisPath, QStringLiteral("org.freedesktop.DBus.Properties"),
+                      QStringLiteral("PropertiesChanged"), this,
+                      SLOT(changed(QString, QVariantMap, QStringList)));
         m_bus.connect(service, mprisPath, playerInterface, QStringLiteral("Seeked"), this,
-                      SLOT(record(QDBusMessage)));
+                      SLOT(seeked(qlonglong)));
     }
     ~BusObserver() override { QDBusConnection::disconnectFromBus(QStringLiteral("observer")); }
 
-    // The reply, once it has come.
-    QDBusMessage call(const QString& interface, const QString& method, const QVariantList& arguments) {
-        QDBusMessage message = QDBusMessage::createMethodCall(m_service, mprisPath, interface, method);
-        message.setArguments(arguments);
-        QDBusPendingCallWatcher watcher(m_bus.asyncCall(message));
-        QSignalSpy finished(&watcher, &QDBusPendingCallWatcher::finished);
-        if (!watcher.isFinished())
-            finished.wait(10000);
-        return watcher.reply();
-    }
-
-    QVariant property(const QString& interface, const QString& name) {
-        const QDBusMessage reply = call(propertiesInterface, QStringLiteral("Get"), {interface, name});
-        return reply.arguments().isEmpty() ? QVariant()
-                                           : reply.arguments().constFirst().value<QDBusVariant>().variant();
-    }
-
-    QList<QDBusMessage> received(const QString& member) const {
-        QList<QDBusMessage> matching;
-        std::copy_if(m_received.begin(), m_received.end(), std::back_inserter(matching),
-                     [&](const QDBusMessage& message) { return message.member() == member; });
-        return matching;
-    }
-
-    // The changed-properties maps of the PropertiesChanged signals received so far.
-    QList<QVariantMap> propertyChanges() const {
-        QList<QVariantMap> changes;
-        for (const QDBusMessage& message : received(QStringLiteral("PropertiesChanged"))) {
-            if (message.arguments().value(0).toString() == playerInterface)
-                changes.append(qdbus_cast<QVariantMap>(message.arguments().value(1)));
-        }
-        return changes;
-    }
-
-    void forget() { m_received.clear(); }
+    QList<QVariantMap> changes; // the Player interface's changed properties, one map per signal
+    QList<qlonglong> seeks;     // microseconds
 
 private slots:
-    void record(const QDBusMessage& message) { m_received.append(message); }
+    void changed(const QString& interface, const QVariantMap& properties, const QStringList&) {
+        if (interface == playerInterface)
+            changes.append(properties);
+    }
+    void seeked(qlonglong position) { seeks.append(position); }
 
 private:
     QDBusConnection m_bus;
-    QString m_service;
-    QList<QDBusMessage> m_received;
 };
 
 } // namespace
@@ -100,24 +58,16 @@ class MprisTest : public QObject {
     Q_OBJECT
 
 private:
-    QTemporaryDir m_home;
-    std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<fixtures::ScratchHome> m_home;
     fixtures::FakeAudioBackend m_backend;
     std::unique_ptr<PlayerEngine> m_engine;
     std::unique_ptr<NowPlaying> m_nowPlaying;
     QList<Track> m_tracks;
 
-    QString songPath(const QString& name) const { return m_dir->filePath(name); }
-
     // A song on disk (the fake back end does not read it, but the engine checks that it exists).
     Track song(const QString& fileName, const QString& title, const QString& artist = "John Coltrane",
                const QString& album = "Blue Train", std::optional<QByteArray> artwork = std::nullopt) {
-        QFile(songPath(fileName)).open(QIODevice::WriteOnly);
-        Track track;
-        track.id = QUuid::createUuid();
-        track.url = QUrl::fromLocalFile(songPath(fileName));
-        track.title = title;
+        Track track = fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
         track.artist = artist;
         track.album = album;
         track.artwork = std::move(artwork);
@@ -125,40 +75,56 @@ private:
     }
 
     void startEngine(AudioPlayerFactory factory) {
-        m_engine = std::make_unique<PlayerEngine>(m_settings.get(), std::move(factory));
+        m_nowPlaying.reset();
+        m_engine = std::make_unique<PlayerEngine>(&m_home->settings, std::move(factory));
         m_nowPlaying = std::make_unique<NowPlaying>(m_engine.get());
     }
 
-    // The name playerctl knows the player by.
-    QString playerName() const {
-        return m_nowPlaying->serviceName().mid(QStringLiteral("org.mpris.MediaPlayer2.").size());
-    }
-
-    // Runs playerctl for this player while the event loop keeps serving the bus (playerctl waits for the
-    // player's replies). Returns its output without the final newline.
-    QString playerctl(const QStringList& arguments) {
+    // Runs a client while the event loop keeps serving the bus (the client waits for the player's replies).
+    // Returns its output without the final newline.
+    static QString client(const QString& program, const QStringList& arguments) {
         QProcess process;
-        process.start(QStringLiteral("playerctl"),
-                      QStringList{QStringLiteral("-p"), playerName()} + arguments);
         QSignalSpy finished(&process, &QProcess::finished);
+        process.start(program, arguments);
         if (!finished.wait(20000)) {
             process.kill();
             process.waitForFinished();
-            return QStringLiteral("<playerctl timed out>");
+            return QStringLiteral("<%1 timed out>").arg(program);
         }
         return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
     }
 
+    QString playerctl(const QStringList& arguments) {
+        const QString name =
+            m_nowPlaying->serviceName().mid(QStringLiteral("org.mpris.MediaPlayer2.").size());
+        return client(QStringLiteral("playerctl"), QStringList{QStringLiteral("-p"), name} + arguments);
+    }
+
+    // Calls `method` (interface.member) on the player with dbus-send; returns the reply's last line,
+    // simplified (a property reads as, say, `variant boolean true`).
+    QString call(const QString& method, const QStringList& arguments = {}) {
+        const QString reply =
+            client(QStringLiteral("dbus-send"),
+                   QStringList{QStringLiteral("--session"), QStringLiteral("--print-reply"),
+                               QStringLiteral("--dest=") + m_nowPlaying->serviceName(), mprisPath, method} +
+                       arguments);
+        return reply.section(QLatin1Char('\n'), -1).simplified();
+    }
+
+    QString property(const QString& name, const QString& interface = playerInterface) {
+        return call(QStringLiteral("org.freedesktop.DBus.Properties.Get"),
+                    {QStringLiteral("string:") + interface, QStringLiteral("string:") + name});
+    }
+
     // The loaded song's mpris:trackid (playerctl shows object paths in quotes).
     QString trackIdShown() {
-        QString shown = playerctl({QStringLiteral("metadata"), QStringLiteral("mpris:trackid")});
-        return shown.remove(QLatin1Char('\''));
+        return playerctl({QStringLiteral("metadata"), QStringLiteral("mpris:trackid")})
+            .remove(QLatin1Char('\''));
     }
 
     // Starts the song at `index` and leaves it as asked, `position` seconds in.
     void startAt(int index, bool paused, double position) {
         m_engine->playTrack(m_tracks.at(index).id);
-        QVERIFY(m_backend.current);
         if (paused)
             m_engine->pause();
         if (position > 0)
@@ -169,35 +135,27 @@ private slots:
     void initTestCase() {
         if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
             QSKIP("No session bus (run under dbus-run-session)");
-        if (!fixtures::haveTool(QStringLiteral("playerctl")))
-            QSKIP("playerctl is not installed");
-        QVERIFY(m_home.isValid());
-        // Covers go to the cache folder; keep them, and the rest of the user's folders, in the test's own.
-        qputenv("XDG_CACHE_HOME", m_home.filePath(QStringLiteral("cache")).toUtf8());
-        qputenv("XDG_CONFIG_HOME", m_home.filePath(QStringLiteral("config")).toUtf8());
+        if (!fixtures::haveTool(QStringLiteral("playerctl")) ||
+            !fixtures::haveTool(QStringLiteral("dbus-send")))
+            QSKIP("playerctl and dbus-send are needed");
         if (qEnvironmentVariableIsEmpty("ORVELLE_AUDIO_OUTPUT"))
             qputenv("ORVELLE_AUDIO_OUTPUT", "null");
     }
 
     void init() {
-        m_dir = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_dir->isValid());
-        m_settings = std::make_unique<QSettings>(m_dir->filePath(QStringLiteral("settings.ini")),
-                                                 QSettings::IniFormat);
+        m_nowPlaying.reset();
+        m_engine.reset();
+        m_home = std::make_unique<fixtures::ScratchHome>();
+        // Covers go to the cache folder: keep them in the test's own.
+        qputenv("XDG_CACHE_HOME", m_home->dir.filePath(QStringLiteral("cache")).toUtf8());
         m_backend = {};
         m_backend.duration = 200;
-        m_tracks = {song("1.mp3", "Blue Train", "John Coltrane", "Blue Train",
-                         fixtures::pictureBytes("PNG", Qt::blue)),
-                    song("2.mp3", "Moment's Notice"), song("3.mp3", "Lazy Bird")};
+        m_tracks = {song("1.mp3", "Blue Train"), song("2.mp3", "Moment's Notice"),
+                    song("3.mp3", "Lazy Bird")};
         if (qEnvironmentVariableIsSet(noBusChild))
             return;
         startEngine(m_backend.factory());
         m_engine->setQueue(m_tracks);
-    }
-
-    void cleanup() {
-        m_nowPlaying.reset();
-        m_engine.reset();
     }
 
     void metadata_data() {
@@ -211,8 +169,9 @@ private slots:
         QTest::addRow("tagged, with a cover")
             << "a.mp3" << tags << std::optional<QByteArray>(fixtures::pictureBytes("PNG", Qt::red)) << tags
             << true;
-        QTest::addRow("untagged") << "01 Intro.mp3" << QStringList{"", "", ""} << std::optional<QByteArray>()
-                                  << QStringList{"01 Intro", "Unknown artist", "Unknown album"} << false;
+        QTest::addRow("untagged") << "01 Intro #1.mp3" << QStringList{"", "", ""}
+                                  << std::optional<QByteArray>()
+                                  << QStringList{"01 Intro #1", "Unknown artist", "Unknown album"} << false;
         QTest::addRow("cover bytes that are not a picture")
             << "b.mp3" << tags << std::optional<QByteArray>("not a picture") << tags << false;
     }
@@ -229,20 +188,22 @@ private slots:
         m_engine->playTrack(track.id);
         const QStringList fields =
             playerctl({QStringLiteral("metadata"), QStringLiteral("--format"),
-                       QStringLiteral("{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:artUrl}}")})
+                       QStringLiteral(
+                           "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{xesam:url}}|{{mpris:artUrl}}")})
                 .split('|');
-        QCOMPARE(fields.size(), 5);
+        QCOMPARE(fields.size(), 6);
         QCOMPARE(fields.mid(0, 3), shown);
         QCOMPARE(fields[3], QStringLiteral("200000000"));
+        // Addresses go out percent-encoded, as URIs must be.
+        QCOMPARE(fields[4], track.url.toString(QUrl::FullyEncoded));
         QCOMPARE(trackIdShown(), QStringLiteral("/org/orvelle/track/") + track.id.toString(QUuid::Id128));
-        if (!hasCover) {
-            QCOMPARE(fields[4], QString());
-            return;
+        QCOMPARE(fields[5].isEmpty(), !hasCover);
+        if (hasCover) {
+            const QUrl artUrl(fields[5]);
+            QVERIFY(
+                artUrl.toLocalFile().startsWith(m_home->dir.filePath(QStringLiteral("cache/Orvelle/art/"))));
+            QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *artwork);
         }
-        const QUrl artUrl(fields[4]);
-        QVERIFY2(artUrl.isLocalFile(), qPrintable(fields[4]));
-        QVERIFY(artUrl.toLocalFile().startsWith(m_home.filePath(QStringLiteral("cache/Orvelle/art/"))));
-        QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *artwork);
     }
 
     void transport_data() {
@@ -261,19 +222,14 @@ private slots:
         QTest::addRow("play resumes") << 1 << true << 20.0 << QStringList{"play"} << 1 << 20.0 << "Playing";
         QTest::addRow("play with nothing loaded")
             << -1 << false << 0.0 << QStringList{"play"} << 0 << 0.0 << "Playing";
-        QTest::addRow("next") << 0 << false << 20.0 << QStringList{"next"} << 1 << 0.0 << "Playing";
         QTest::addRow("next on the last song wraps")
             << 2 << false << 0.0 << QStringList{"next"} << 0 << 0.0 << "Playing";
         QTest::addRow("previous after 3 s restarts")
             << 1 << false << 3.5 << QStringList{"previous"} << 1 << 0.0 << "Playing";
         QTest::addRow("stop") << 1 << false << 20.0 << QStringList{"stop"} << 1 << 0.0 << "Stopped";
-        QTest::addRow("set position")
-            << 0 << true << 42.5 << QStringList{"position", "10"} << 0 << 10.0 << "Paused";
-        QTest::addRow("forward") << 0 << true << 42.5 << QStringList{"position", "5+"} << 0 << 47.5
-                                 << "Paused";
-        QTest::addRow("back past the start")
-            << 0 << true << 42.5 << QStringList{"position", "60-"} << 0 << 0.0 << "Paused";
-        QTest::addRow("set past the end clamps")
+        QTest::addRow("seek forward")
+            << 0 << true << 42.5 << QStringList{"position", "5+"} << 0 << 47.5 << "Paused";
+        QTest::addRow("set position past the end clamps")
             << 0 << true << 42.5 << QStringList{"position", "500"} << 0 << 200.0 << "Paused";
     }
 
@@ -301,16 +257,6 @@ private slots:
             QCOMPARE(playerctl({QStringLiteral("position")}).toDouble(), position);
     }
 
-    // A position read while playing runs on from the last published one, without the engine republishing.
-    void positionAdvancesWhilePlaying() {
-        startAt(0, false, 10);
-        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
-        m_backend.current->m_time = 10.2;
-        QVERIFY(ticks.wait());
-        const double position = playerctl({QStringLiteral("position")}).toDouble();
-        QVERIFY2(position > 10.1 && position < 15, qPrintable(QString::number(position)));
-    }
-
     // Shuffle, loop and volume, written by playerctl and read back after the engine changes them.
     void settings() {
         playerctl({QStringLiteral("shuffle"), QStringLiteral("On")});
@@ -334,88 +280,70 @@ private slots:
     void announcements() {
         BusObserver observer(m_nowPlaying->serviceName());
         startAt(0, false, 0);
-        QTRY_VERIFY(!observer.propertyChanges().isEmpty());
-        QCOMPARE(observer.propertyChanges().constLast().value(QStringLiteral("PlaybackStatus")),
-                 QVariant(QStringLiteral("Playing")));
-
-        // Plays on for a few ticks: nothing is announced.
-        observer.forget();
         QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
-        for (double time : {30.2, 30.4, 30.6}) {
+        for (double time : {30.2, 30.4}) {
             m_backend.current->m_time = time;
             QVERIFY(ticks.wait());
         }
         // A reply comes after every signal sent before it.
-        QCOMPARE(observer.property(playerInterface, QStringLiteral("PlaybackStatus")),
-                 QVariant(QStringLiteral("Playing")));
-        QCOMPARE(observer.received(QStringLiteral("PropertiesChanged")).size(), 0);
-        QCOMPARE(observer.received(QStringLiteral("Seeked")).size(), 0);
+        QCOMPARE(property(QStringLiteral("PlaybackStatus")), QStringLiteral("variant string \"Playing\""));
+        observer.changes.clear();
+        QCOMPARE(observer.seeks, QList<qlonglong>());
 
         m_engine->seek(30);
         m_engine->skip(10);
         m_engine->previous();
-        QTRY_COMPARE(observer.received(QStringLiteral("Seeked")).size(), 3);
-        QList<qlonglong> positions;
-        for (const QDBusMessage& message : observer.received(QStringLiteral("Seeked")))
-            positions.append(message.arguments().value(0).toLongLong());
-        QCOMPARE(positions, (QList<qlonglong>{30000000, 40000000, 0}));
-
-        observer.forget();
         m_engine->pause();
         m_engine->setVolume(0.5f);
         m_engine->next();
-        QTRY_COMPARE(observer.propertyChanges().size(), 3);
-        const QList<QVariantMap> changes = observer.propertyChanges();
-        QCOMPARE(changes[0], (QVariantMap{{QStringLiteral("PlaybackStatus"), QStringLiteral("Paused")}}));
-        QCOMPARE(changes[1].value(QStringLiteral("Volume")).toDouble(), 0.5);
-        const QVariantMap metadata = qdbus_cast<QVariantMap>(changes[2].value(QStringLiteral("Metadata")));
+        QTRY_COMPARE(observer.changes.size(), 3);
+        QCOMPARE(observer.seeks, (QList<qlonglong>{30000000, 40000000, 0}));
+        QCOMPARE(observer.changes[0],
+                 (QVariantMap{{QStringLiteral("PlaybackStatus"), QStringLiteral("Paused")}}));
+        QCOMPARE(observer.changes[1].value(QStringLiteral("Volume")).toDouble(), 0.5);
+        const QVariantMap metadata =
+            qdbus_cast<QVariantMap>(observer.changes[2].value(QStringLiteral("Metadata")));
         QCOMPARE(metadata.value(QStringLiteral("xesam:title")), QVariant(m_tracks[1].title));
-        QCOMPARE(changes[2].value(QStringLiteral("PlaybackStatus")), QVariant(QStringLiteral("Playing")));
+        QCOMPARE(observer.changes[2].value(QStringLiteral("PlaybackStatus")),
+                 QVariant(QStringLiteral("Playing")));
 
         // The song starting over by itself moves the clock back too, once.
-        observer.forget();
         m_engine->setRepeatMode(RepeatMode::One);
         m_engine->seek(150);
-        m_backend.current->end(true);
+        emit m_backend.current->finished(true);
         QCOMPARE(m_engine->currentIndex(), 1);
-        QTRY_COMPARE(observer.received(QStringLiteral("Seeked")).size(), 2);
-        QCOMPARE(observer.received(QStringLiteral("Seeked")).constLast().arguments().value(0).toLongLong(),
-                 0);
+        QTRY_COMPARE(observer.seeks.size(), 5);
+        QCOMPARE(observer.seeks.constLast(), 0);
     }
 
-    // Track ids are stable; a SetPosition for a song that is no longer loaded is dropped, one for the
-    // loaded song is applied.
+    // Track ids follow the playlist entry, not its row; a SetPosition for a song that is no longer loaded is
+    // dropped, one for the loaded song is applied.
     void staleSetPosition() {
-        BusObserver observer(m_nowPlaying->serviceName());
         startAt(0, true, 0);
-        const QDBusObjectPath firstSong(trackIdShown());
+        const QString firstSong = trackIdShown();
         m_engine->next();
-        const QDBusObjectPath secondSong(trackIdShown());
+        const QString secondSong = trackIdShown();
         QVERIFY(firstSong != secondSong);
-        // The id follows the playlist entry, not its row.
         m_engine->setQueue({m_tracks[2], m_tracks[1], m_tracks[0]});
         m_engine->seek(1); // republishes
-        QCOMPARE(trackIdShown(), secondSong.path());
+        QCOMPARE(trackIdShown(), secondSong);
 
         QSignalSpy jumps(m_engine.get(), &PlayerEngine::seeked);
-        for (const auto& [song, microseconds] : {std::pair{firstSong, 50000000LL}, {secondSong, 7000000LL}}) {
-            const QVariantList arguments{QVariant::fromValue(song), microseconds};
-            QCOMPARE(observer.call(playerInterface, QStringLiteral("SetPosition"), arguments).type(),
-                     QDBusMessage::ReplyMessage);
-        }
+        for (const auto& [song, microseconds] : {std::pair{firstSong, "50000000"}, {secondSong, "7000000"}})
+            call(playerInterface + QStringLiteral(".SetPosition"),
+                 {QStringLiteral("objpath:") + song, QStringLiteral("int64:") + microseconds});
         QTRY_COMPARE(jumps.size(), 1);
         QCOMPARE(jumps[0][0].toDouble(), 7.0);
         QCOMPARE(m_engine->currentIndex(), 1);
     }
 
     void capabilities() {
-        BusObserver observer(m_nowPlaying->serviceName());
         // Which of CanControl, CanPlay, CanGoNext, CanGoPrevious, CanPause, CanSeek are true.
         const auto can = [&] {
             QString flags;
             for (const char* name :
                  {"CanControl", "CanPlay", "CanGoNext", "CanGoPrevious", "CanPause", "CanSeek"})
-                flags += observer.property(playerInterface, QString::fromLatin1(name)).toBool() ? '1' : '0';
+                flags += property(QString::fromLatin1(name)).endsWith(QLatin1String("true")) ? '1' : '0';
             return flags;
         };
         QCOMPARE(can(), QStringLiteral("111100"));
@@ -427,34 +355,30 @@ private slots:
     }
 
     void identityAndWindowRequests() {
-        BusObserver observer(m_nowPlaying->serviceName());
-        QCOMPARE(observer.property(rootInterface, QStringLiteral("Identity")),
-                 QVariant(QStringLiteral("Orvelle")));
-        const QString desktopEntry =
-            observer.property(rootInterface, QStringLiteral("DesktopEntry")).toString();
+        const QString root = QStringLiteral("org.mpris.MediaPlayer2");
+        QCOMPARE(property(QStringLiteral("Identity"), root), QStringLiteral("variant string \"Orvelle\""));
         for (const char* can : {"CanRaise", "CanQuit"})
-            QVERIFY(observer.property(rootInterface, QString::fromLatin1(can)).toBool());
-
+            QCOMPARE(property(QString::fromLatin1(can), root), QStringLiteral("variant boolean true"));
         // The desktop file the entry names exists and is the program's.
+        const QString desktopEntry = property(QStringLiteral("DesktopEntry"), root).section('"', 1, 1);
         const QString desktopFile = QFINDTESTDATA(QStringLiteral("../../data/") + desktopEntry + ".desktop");
         QVERIFY2(!desktopFile.isEmpty(), qPrintable(desktopEntry));
-        QSettings entry(desktopFile, QSettings::IniFormat);
-        QCOMPARE(entry.value(QStringLiteral("Desktop Entry/Name")), QVariant(QStringLiteral("Orvelle")));
+        QCOMPARE(QSettings(desktopFile, QSettings::IniFormat).value(QStringLiteral("Desktop Entry/Name")),
+                 QVariant(QStringLiteral("Orvelle")));
 
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
         QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
-        observer.call(rootInterface, QStringLiteral("Raise"), {});
+        call(root + QStringLiteral(".Raise"));
         QCOMPARE(raise.size(), 1);
         QCOMPARE(quit.size(), 0);
-        observer.call(rootInterface, QStringLiteral("Quit"), {});
+        call(root + QStringLiteral(".Quit"));
         QCOMPARE(quit.size(), 1);
     }
 
-    // A real song decoded by mpv (to the null output) is what playerctl shows.
+    // A real song decoded by mpv (to the null output) is what playerctl shows, its position running on.
     void playingSongOverMpv() {
         const Track tone = song(QStringLiteral("tone.mp3"), "A Long Tone", "The Oscillators", "Sine Waves");
         QVERIFY(fixtures::makeAudio(tone.url.toLocalFile(), 30));
-        m_nowPlaying.reset();
         startEngine(MpvAudioPlayer::factory());
         m_engine->setQueue({tone});
         m_engine->play();
@@ -470,7 +394,7 @@ private slots:
 
         QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
         QVERIFY(ticks.wait());
-        QVERIFY(playerctl({QStringLiteral("position")}).toDouble() > 0);
+        QVERIFY(playerctl({QStringLiteral("position")}).toDouble() > 0); // not republished: worked out
         playerctl({QStringLiteral("pause")});
         QTRY_VERIFY(!m_engine->isPlaying());
         QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Paused"));
@@ -495,13 +419,13 @@ private slots:
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QString::fromLatin1(noBusChild), QStringLiteral("1"));
         environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                           QStringLiteral("unix:path=") + m_dir->filePath(QStringLiteral("no-bus")));
+                           QStringLiteral("unix:path=") + m_home->dir.filePath(QStringLiteral("no-bus")));
         child.setProcessEnvironment(environment);
         child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("runsWithoutSessionBus")});
         QVERIFY(child.waitForFinished(60000));
         const QByteArray output = child.readAllStandardOutput() + child.readAllStandardError();
-        QVERIFY2(child.exitCode() == 0, output.constData());
-        QVERIFY2(output.contains("PASS   : MprisTest::runsWithoutSessionBus()"), output.constData());
+        QVERIFY2(child.exitCode() == 0 && output.contains("PASS   : MprisTest::runsWithoutSessionBus()"),
+                 output.constData());
     }
 };
 

@@ -1,12 +1,12 @@
 #pragma once
 
+#include "library/Track.h"
 #include "playback/AudioPlayer.h"
 
+#include <QFile>
 #include <QHash>
 #include <QList>
 #include <QPointer>
-#include <QString>
-#include <QUrl>
 
 #include <memory>
 
@@ -14,6 +14,19 @@
 // Header only: it is used by the playback tests, which link the playback library.
 namespace fixtures {
 
+// A playlist entry for the file at `path` (new id), created empty first when `create` is set.
+inline Track trackAt(const QString& path, const QString& title = {}, bool create = false) {
+    if (create)
+        QFile(path).open(QIODevice::WriteOnly);
+    Track track;
+    track.id = QUuid::createUuid();
+    track.url = QUrl::fromLocalFile(path);
+    track.title = title;
+    return track;
+}
+
+// Tests move the position and emit finished() or decodeError() as a real back end would; the engine may
+// destroy the player in response.
 class FakeAudioPlayer : public AudioPlayer {
 public:
     explicit FakeAudioPlayer(double duration)
@@ -29,11 +42,7 @@ public:
     double duration() const override { return m_duration; }
     bool isPlaying() const override { return m_playing; }
 
-    // What a real back end would report; the engine may destroy this player in response.
-    void end(bool successfully) { emit finished(successfully); }
-    void failDecoding(const QString& description) { emit decodeError(description); }
-
-    double m_time = 0; // the position, moved by the test as playback would
+    double m_time = 0;
     double m_duration;
     bool m_playing = false;
     float m_volume = -1;
@@ -42,13 +51,13 @@ public:
 // Opens every file unless told that it is unreadable, and remembers what it opened.
 struct FakeAudioBackend {
     QHash<QString, QString> unreadable; // local path -> error sentence
-    QList<QString> opened;              // file names, in order
-    QPointer<FakeAudioPlayer> current;  // the player last created
-    double duration = 100;              // seconds, for every file
+    int opened = 0;
+    QPointer<FakeAudioPlayer> current; // the player last created
+    double duration = 100;             // seconds, for every file
 
     AudioPlayerFactory factory() {
         return [this](const QUrl& url) {
-            opened.append(url.fileName());
+            ++opened;
             if (unreadable.contains(url.toLocalFile()))
                 return AudioPlayerCreation{nullptr, unreadable.value(url.toLocalFile())};
             auto player = std::make_unique<FakeAudioPlayer>(duration);

@@ -2,10 +2,7 @@
 
 #include <QFile>
 
-#include <cerrno>
 #include <sys/mount.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace fixtures {
 
@@ -33,34 +30,6 @@ bool ScratchMount::setReadOnly(bool readOnly) {
     const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
     return m_mounted && ::mount("tmpfs", QFile::encodeName(m_dir.path()).constData(), "tmpfs", flags,
                                 options(m_size).constData()) == 0;
-}
-
-LockedFolder::LockedFolder() {
-    if (::geteuid() == 0)
-        m_mount = std::make_unique<ScratchMount>(16 << 20);
-}
-
-LockedFolder::~LockedFolder() {
-    if (m_locked && !m_mount)
-        ::chmod(QFile::encodeName(m_plain.path()).constData(), 0755);
-}
-
-bool LockedFolder::isValid() const {
-    return m_mount ? m_mount->isValid() : m_plain.isValid();
-}
-
-QString LockedFolder::path() const {
-    return m_mount ? m_mount->path() : m_plain.path();
-}
-
-bool LockedFolder::lock() {
-    m_locked =
-        m_mount ? m_mount->setReadOnly(true) : ::chmod(QFile::encodeName(path()).constData(), 0555) == 0;
-    return m_locked;
-}
-
-int LockedFolder::writeError() const {
-    return m_mount ? EROFS : EACCES;
 }
 
 } // namespace fixtures

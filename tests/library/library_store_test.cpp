@@ -9,7 +9,6 @@
 
 #include <QDBusConnection>
 #include <QDir>
-#include <QFile>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -19,7 +18,6 @@ using fixtures::await;
 
 namespace {
 
-const QString dash = QString(QChar(0x2014));
 const QByteArray folderCover = QByteArray("\xFF\xD8\xFF\xE0", 4) + QByteArray(300, 'c');
 const QByteArray embeddedCover = QByteArray("\x89PNG", 4) + QByteArray(200, 'e');
 
@@ -28,6 +26,14 @@ QString titles(const QList<Track>& tracks) {
     for (const Track& track : tracks)
         result.append(track.title);
     return result.join(' ');
+}
+
+Track song(const QString& title, const QUrl& url = {}) {
+    Track track;
+    track.id = QUuid::createUuid();
+    track.title = title;
+    track.url = url;
+    return track;
 }
 
 } // namespace
@@ -57,22 +63,24 @@ class LibraryStoreTest : public QObject {
     LibraryStore& store() { return *m_store; }
     QUrl url(const QString& name) const { return m_music->url(name); }
 
+    QList<QUrl> urls(const QStringList& names) const {
+        QList<QUrl> result;
+        for (const QString& name : names)
+            result.append(url(name));
+        return result;
+    }
+
     // Adds songs named after `names` (copies of one MP3) and waits for them.
     QList<Track> addSongs(const QStringList& names, std::optional<int> index = std::nullopt) {
-        QList<QUrl> urls;
         for (const QString& name : names)
-            urls.append(QUrl::fromLocalFile(m_music->addSong(name)));
-        [&] { QVERIFY(await(store().addURLs(urls, index))); }();
+            m_music->addSong(name);
+        [&] { QVERIFY(await(store().addURLs(urls(names), index))); }();
         return store().tracks();
     }
 
 private slots:
-    void initTestCase() {
-        if (fixtures::sampleSong().isEmpty())
-            QSKIP("ffmpeg is needed to make songs");
-    }
-
     void init() {
+        QVERIFY2(!fixtures::sampleSong().isEmpty(), "ffmpeg makes the songs");
         m_home = std::make_unique<fixtures::ScratchHome>();
         m_music = std::make_unique<fixtures::MusicFolder>();
         m_destination.reset();
@@ -87,48 +95,68 @@ private slots:
                 [this] { QCOMPARE(store().engine()->queue(), store().tracks()); });
     }
 
-    void cleanup() {
-        m_store.reset();
-        m_music.reset();
-        m_home.reset();
-    }
+    void cleanup() { m_store.reset(); }
 
-    // Twelve songs of a folder load in batches and still arrive in the folder's natural order.
-    void adds_data() {
+    // Adding and opening over the list "a" as a restored session leaves it: what each reports and changes.
+    // A folder's twelve songs load in batches and still arrive in natural order.
+    void imports_data() {
+        QTest::addColumn<QString>("how");
         QTest::addColumn<QStringList>("chosen");
         QTest::addColumn<QString>("titles");
         QTest::addColumn<QString>("status");
-        QTest::addRow("nothing chosen") << QStringList{} << "" << QString();
-        QTest::addRow("one song") << QStringList{"a.mp3"} << "a"
-                                  << "Added 1 song.";
-        QTest::addRow("the same file twice") << QStringList{"a.mp3", "a.mp3"} << "a a"
-                                             << "Added 2 songs.";
-        QTest::addRow("a folder") << QStringList{"album"} << "1 2 3 4 5 6 7 8 9 10 11 12"
-                                  << "Added 12 songs.";
-        QTest::addRow("nothing playable") << QStringList{"notes.txt", "gone.mp3", "empty"} << ""
-                                          << "Nothing playable in that selection.";
+        QTest::addColumn<QString>("error");
+        const auto row = [](const char* name, const QString& how, const QStringList& chosen,
+                            const QString& titles, const QString& status, const QString& error = {}) {
+            QTest::addRow("%s", name) << how << chosen << titles << status << error;
+        };
+        row("add nothing", "add", {}, "a", {});
+        row("add one song", "add", {"a.mp3"}, "a a", "Added 1 song.");
+        row("add a song twice", "add", {"b.mp3", "b.mp3"}, "a b b", "Added 2 songs.");
+        row("add a folder", "add", {"album"}, "a 1 2 3 4 5 6 7 8 9 10 11 12", "Added 12 songs.");
+        row("add nothing playable", "add", {"notes.txt", "gone.mp3", "empty"}, "a",
+            "Nothing playable in that selection.");
+        row("open one song", "open", {"one.m3u"}, "b", "Opened 1 song.");
+        row("open one missing of three", "open", {"three.m3u"}, "a Lost Song b",
+            "Opened 3 songs — 1 couldn't be found on disk.");
+        row("open a playlist that lists itself", "open", {"self.m3u"}, "self b", "Opened 2 songs.");
+        row("append", "append", {"one.m3u"}, "a b", "Opened 1 song.");
+        row("open a vanished file", "open", {"gone.m3u"}, "a", {},
+            "Can't read gone.m3u. The file may be damaged or in an unsupported format.");
+        row("open only streams", "open", {"radio.m3u"}, "a", {},
+            "radio.m3u doesn't list any playable local files.");
     }
-    void adds() {
+    void imports() {
+        QFETCH(QString, how);
         QFETCH(QStringList, chosen);
         QFETCH(QString, titles);
         QFETCH(QString, status);
-        m_music->addSong("a.mp3");
-        m_music->addFile("notes.txt", "hello");
-        QDir().mkpath(m_music->filePath("empty"));
+        QFETCH(QString, error);
+        for (const char* name : {"a.mp3", "b.mp3"})
+            m_music->addSong(name);
         for (const int n : {10, 2, 12, 1, 7, 3, 11, 5, 9, 4, 8, 6})
             m_music->addSong(QStringLiteral("album/%1.mp3").arg(n));
-        QList<QUrl> urls;
-        for (const QString& name : chosen)
-            urls.append(url(name));
+        m_music->addFile("notes.txt", "hello");
+        QDir().mkpath(m_music->filePath("empty"));
+        m_music->addFile("one.m3u", "b.mp3\n");
+        m_music->addFile("three.m3u", "#EXTM3U\na.mp3\n#EXTINF:215,Band - Lost Song\ngone.mp3\nb.mp3\n");
+        m_music->addFile("self.m3u", "self.m3u\nb.mp3\n");
+        m_music->addFile("radio.m3u", "#EXTM3U\nhttp://example.org/stream\n");
+        store().setTracks({song("a", url("a.mp3"))});
         QSignalSpy importing(&store(), &LibraryStore::isImportingChanged);
-        QVERIFY(await(store().addURLs(urls)));
+        QVERIFY(await(how == "add" ? store().addURLs(urls(chosen))
+                                   : store().openPlaylist(url(chosen[0]), how == "open")));
         QCOMPARE(::titles(store().tracks()), titles);
         QCOMPARE(store().status(), status);
-        QCOMPARE(store().status().isNull(), status.isNull());
-        QCOMPARE(store().hasUnsavedChanges(), !titles.isEmpty());
+        QCOMPARE(store().errorMessage(), error);
         QCOMPARE(importing.count(), chosen.isEmpty() ? 0 : 2);
-        if (store().tracks().size() == 2)
-            QVERIFY(store().tracks()[0].id != store().tracks()[1].id);
+        const bool replaced = how == "open" && error.isNull();
+        QCOMPARE(store().playlistURL(), replaced ? url(chosen[0]) : QUrl());
+        QCOMPARE(store().suggestedPlaylistName(), replaced ? chosen[0].chopped(4) : "Untitled Playlist");
+        QCOMPARE(store().hasUnsavedChanges(), !replaced && titles != "a");
+        QSet<QUuid> ids; // each entry its own, even for the same file
+        for (const Track& track : store().tracks())
+            ids.insert(track.id);
+        QCOMPARE(ids.size(), store().tracks().size());
     }
 
     // Imports don't lock the list: a late one lands in the list as it stands then, its index clamped.
@@ -147,53 +175,6 @@ private slots:
         QCOMPARE(titles(store().tracks()), "y x c a d");
     }
 
-    // Over a list holding "a", unsaved.
-    void opensPlaylists_data() {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("replacing");
-        QTest::addColumn<QString>("titles");
-        QTest::addColumn<QString>("status");
-        QTest::addColumn<QString>("error");
-        QTest::addRow("one song") << "one.m3u" << true << "b"
-                                  << "Opened 1 song." << QString();
-        QTest::addRow("one missing of three")
-            << "three.m3u" << true << "a Lost Song b"
-            << "Opened 3 songs " + dash + " 1 couldn't be found on disk." << QString();
-        QTest::addRow("a playlist that lists itself") << "self.m3u" << true << "self b"
-                                                      << "Opened 2 songs." << QString();
-        QTest::addRow("appended") << "one.m3u" << false << "a b"
-                                  << "Opened 1 song." << QString();
-        QTest::addRow("vanished")
-            << "gone.m3u" << true << "a"
-            << "Added 1 song."
-            << "Can't read gone.m3u. The file may be damaged or in an unsupported format.";
-        QTest::addRow("only streams") << "radio.m3u" << true << "a"
-                                      << "Added 1 song."
-                                      << "radio.m3u doesn't list any playable local files.";
-    }
-    void opensPlaylists() {
-        QFETCH(QString, name);
-        QFETCH(bool, replacing);
-        QFETCH(QString, titles);
-        QFETCH(QString, status);
-        QFETCH(QString, error);
-        addSongs({"a.mp3"});
-        m_music->addSong("b.mp3");
-        m_music->addFile("one.m3u", "b.mp3\n");
-        m_music->addFile("three.m3u", "#EXTM3U\na.mp3\n#EXTINF:215,Band - Lost Song\ngone.mp3\nb.mp3\n");
-        m_music->addFile("self.m3u", "self.m3u\nb.mp3\n");
-        m_music->addFile("radio.m3u", "#EXTM3U\nhttp://example.org/stream\n");
-        QVERIFY(await(store().openPlaylist(url(name), replacing)));
-        QCOMPARE(::titles(store().tracks()), titles);
-        QCOMPARE(store().status(), status);
-        QCOMPARE(store().errorMessage(), error);
-        const bool replaced = replacing && error.isNull();
-        QCOMPARE(store().playlistURL(), replaced ? url(name) : QUrl());
-        QCOMPARE(store().suggestedPlaylistName(), replaced ? name.chopped(4) : "Untitled Playlist");
-        QCOMPARE(store().hasUnsavedChanges(), !replaced);
-        QVERIFY(!store().isImporting());
-    }
-
     // Open and Close ask first only when unsaved songs would be lost.
     void asksBeforeLosingChanges() {
         const QList<Track> before = addSongs({"a.mp3"});
@@ -208,70 +189,48 @@ private slots:
         store().confirmPendingOpen();
         QVERIFY(store().pendingOpenURL().isEmpty());
         QTRY_COMPARE(titles(store().tracks()), "b");
-
         store().setPendingClearConfirmation(false);
-        store().requestClear(); // opened, so unchanged: closes at once
-        QVERIFY(!store().pendingClearConfirmation());
-        QVERIFY(store().tracks().isEmpty());
-        QVERIFY(store().playlistURL().isEmpty());
-        QVERIFY(store().status().isNull());
-        QVERIFY(!store().hasUnsavedChanges());
-
+        store().requestClear(); // unchanged since it was opened: closes at once
+        QVERIFY(!store().pendingClearConfirmation() && store().tracks().isEmpty());
+        QVERIFY(store().playlistURL().isEmpty() && store().status().isNull() && !store().hasUnsavedChanges());
         store().remove({QUuid::createUuid()}); // an empty list has nothing to lose, even when unsaved
         store().requestClear();
         store().requestOpenPlaylist(url("other.m3u"));
-        QVERIFY(!store().pendingClearConfirmation());
-        QVERIFY(store().pendingOpenURL().isEmpty());
+        QVERIFY(!store().pendingClearConfirmation() && store().pendingOpenURL().isEmpty());
         QTRY_COMPARE(store().tracks().size(), 1);
     }
 
-    void savesWithRelativePathsAndReopens() {
+    void saves() {
         for (const auto save : {&LibraryStore::save, &LibraryStore::saveAs}) {
             (store().*save)();
             QCOMPARE(store().errorMessage(), "There's nothing in the playlist to save.");
             store().setErrorMessage(QString());
         }
-        addSongs({"Artist/Album/01 One.mp3", "Artist/Album/02 Two.mp3"});
+        addSongs({"Album/01 One.mp3", "Album/02 Two.mp3"});
         store().save(); // the dialog is cancelled
         QCOMPARE(m_offeredNames, QStringList({"Untitled Playlist"}));
         QVERIFY(store().errorMessage().isNull());
-
         m_destination = url("nowhere/list.m3u8");
         store().save();
-        const QString prefix = "Couldn't save list.m3u8: ";
-        QVERIFY2(store().errorMessage().startsWith(prefix), qPrintable(store().errorMessage()));
-        QVERIFY(store().errorMessage().size() > prefix.size());
-        QVERIFY(store().playlistURL().isEmpty());
-        QVERIFY(store().hasUnsavedChanges());
-
+        const QString error = store().errorMessage();
+        QVERIFY2(error.startsWith("Couldn't save list.m3u8: ") && !error.endsWith(": "), qPrintable(error));
+        QVERIFY(store().playlistURL().isEmpty() && store().hasUnsavedChanges());
         m_destination = url("mix.m3u8");
         store().saveAs();
         QCOMPARE(store().status(), "Saved mix.m3u8.");
         QCOMPARE(store().playlistURL(), url("mix.m3u8"));
-        QVERIFY(!store().hasUnsavedChanges());
         QVERIFY(store().bookmarks().bookmarks().contains(m_music->filePath("mix.m3u8")));
-
-        // Moved as a whole, the playlist still finds its songs.
-        const QString moved = m_music->filePath("moved");
-        QVERIFY(QDir().mkpath(moved));
-        QVERIFY(QDir().rename(m_music->filePath("Artist"), moved + "/Artist"));
-        QVERIFY(QFile::rename(m_music->filePath("mix.m3u8"), moved + "/mix.m3u8"));
-        QVERIFY(await(store().openPlaylist(QUrl::fromLocalFile(moved + "/mix.m3u8"), true)));
-        QCOMPARE(store().status(), "Opened 2 songs.");
-
-        // Save goes back to the file it came from without asking.
+        // Save goes back to that file without asking, with paths relative to it.
         store().moveTrack(store().tracks().first().id, 1);
-        m_offeredNames.clear();
         store().save();
-        QVERIFY(m_offeredNames.isEmpty());
+        QCOMPARE(m_offeredNames.size(), 3);
         QVERIFY(!store().hasUnsavedChanges());
-        const QByteArray saved = fixtures::readFile(moved + "/mix.m3u8");
-        QVERIFY(saved.contains("\nArtist/Album/02 Two.mp3\n") &&
-                saved.endsWith("\nArtist/Album/01 One.mp3\n"));
+        const QByteArray saved = fixtures::readFile(m_music->filePath("mix.m3u8"));
+        QVERIFY(saved.contains("\nAlbum/02 Two.mp3\n") && saved.endsWith("\nAlbum/01 One.mp3\n"));
     }
 
     // A swap by an offset, a drag onto another track (removal and insertion: two changes), a block move
-    // before a gap, or a removal, over the saved list "a b c d". A change that changes nothing is silent.
+    // before a gap, or a removal, over the unchanged list "a b c d". A change that changes nothing is silent.
     void reorders_data() {
         QTest::addColumn<QString>("how");
         QTest::addColumn<QList<int>>("arguments"); // track indices, -1 for an id not in the list
@@ -279,7 +238,6 @@ private slots:
         QTest::addColumn<int>("changes");
         QTest::addRow("first up") << "offset" << QList<int>{0, -1} << "a b c d" << 0;
         QTest::addRow("beyond the end") << "offset" << QList<int>{1, 3} << "a b c d" << 0;
-        QTest::addRow("one up") << "offset" << QList<int>{3, -1} << "a b d c" << 1;
         QTest::addRow("a swap two places away") << "offset" << QList<int>{0, 2} << "c b a d" << 1;
         QTest::addRow("dragged down") << "onto" << QList<int>{0, 2} << "b c a d" << 2;
         QTest::addRow("dragged up") << "onto" << QList<int>{3, 1} << "a d b c" << 2;
@@ -296,9 +254,8 @@ private slots:
         QFETCH(QList<int>, arguments);
         QFETCH(QString, order);
         QFETCH(int, changes);
-        const QList<Track> tracks = addSongs({"a.mp3", "b.mp3", "c.mp3", "d.mp3"});
-        m_destination = url("list.m3u");
-        store().save();
+        const QList<Track> tracks{song("a"), song("b"), song("c"), song("d")};
+        store().setTracks(tracks);
         QSignalSpy changed(&store(), &LibraryStore::tracksChanged);
         const auto id = [&](int i) { return i < 0 ? QUuid::createUuid() : tracks[i].id; };
         if (how == "offset") {
@@ -333,8 +290,8 @@ private slots:
         QTest::addRow("missing file")
             << "missing" << true << QByteArray() << "The file is missing, so its tags can't be written.";
         QTest::addRow("not an MP3") << "m4a" << true << QByteArray()
-                                    << "Tag editing currently supports MP3 files only. This is a .m4a file " +
-                                           dash + " its metadata can be viewed but not saved.";
+                                    << "Tag editing currently supports MP3 files only. This is a .m4a file — "
+                                       "its metadata can be viewed but not saved.";
     }
     void savesTags() {
         QFETCH(QString, situation);
@@ -344,7 +301,8 @@ private slots:
         if (!fixtures::haveTool(fixtures::systemPython()))
             QSKIP("mutagen is needed to read the tags back");
         m_music->addFile("art/cover.jpg", folderCover);
-        Track track = addSongs({situation == "m4a" ? "a.m4a" : "a.mp3"}).first();
+        Track track =
+            song("a", QUrl::fromLocalFile(m_music->addSong(situation == "m4a" ? "a.m4a" : "a.mp3")));
         track.isMissing = situation == "missing";
         track.albumArtist = "Old";
         track.artworkSource =
@@ -357,17 +315,16 @@ private slots:
         const QList<Track> before = store().tracks();
         const MusicMetadata metadata{"Título", "Artist", "Album", "", "3/12", "1999", "Rock", "note"};
         QCOMPARE(store().saveTags(track.id, metadata, embed).value_or(QString()), error);
-        QVERIFY(store().hasUnsavedChanges()); // from the add; a tag save leaves it alone
+        QVERIFY(!store().hasUnsavedChanges());
         if (!error.isNull()) {
             QCOMPARE(store().tracks(), before);
-            QCOMPARE(store().status(), "Added 1 song.");
+            QVERIFY(store().status().isNull());
             return;
         }
         QCOMPARE(store().status(), "Saved tags to a.mp3.");
         const Track saved = store().tracks().first();
         QVERIFY((MusicMetadata{saved.title, saved.artist, saved.album, saved.albumArtist, saved.trackNumber,
                                saved.year, saved.genre, saved.comment} == metadata));
-        QCOMPARE(saved.id, track.id);
         QCOMPARE(saved.artwork, track.artwork);
         QCOMPARE(saved.artworkSource.kind() == ArtworkSource::Kind::Embedded, !written.isEmpty());
         const auto read =
@@ -392,8 +349,6 @@ private slots:
         store().revealInFileBrowser({tracks[2].id, tracks[1].id, tracks[0].id});
         QTRY_COMPARE(fileManager.shown, QStringList({url("a b.mp3").toString(QUrl::FullyEncoded),
                                                      url("d.mp3").toString(QUrl::FullyEncoded)}));
-        bus.unregisterObject("/org/freedesktop/FileManager1");
-        bus.unregisterService("org.freedesktop.FileManager1");
     }
 };
 

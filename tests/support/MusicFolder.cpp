@@ -17,8 +17,6 @@ QString sampleSong() {
     return path;
 }
 
-MusicFolder::MusicFolder() = default;
-
 QString MusicFolder::addSong(const QString& relativePath) {
     const QString sample = sampleSong();
     const QString target = filePath(relativePath);

@@ -20,13 +20,18 @@ using fixtures::readFile;
 
 namespace {
 
-// "path|title|artist|duration", "-" for absent values, so a failing comparison shows every field.
+// "path|title|artist|duration", "-" for an absent value, trailing absent values left off.
 QStringList describe(const QList<PlaylistEntry>& entries) {
     QStringList lines;
-    for (const PlaylistEntry& entry : entries)
-        lines << QStringList{entry.url.toLocalFile(), entry.title.value_or("-"), entry.artist.value_or("-"),
-                             entry.duration ? QString::number(*entry.duration) : "-"}
-                     .join(u'|');
+    for (const PlaylistEntry& entry : entries) {
+        QString line =
+            QStringList{entry.url.toLocalFile(), entry.title.value_or("-"), entry.artist.value_or("-"),
+                        entry.duration ? QString::number(*entry.duration) : "-"}
+                .join(u'|');
+        while (line.endsWith(u"|-"))
+            line.chop(2);
+        lines << line;
+    }
     return lines;
 }
 
@@ -61,7 +66,6 @@ class PlaylistFileTest : public QObject {
 
 private slots:
     void initTestCase() {
-        QVERIFY(m_dir.isValid());
         for (const char* name : {"p/a.mp3", "p/b.mp3", "p/My Song.mp3", "p/Both Here.mp3",
                                  "p/Both%20Here.mp3", "links/real/song.mp3"})
             QVERIFY(!m_dir.addFile(name, "x").isEmpty());
@@ -84,80 +88,71 @@ private slots:
         const auto title = [](const char16_t* decoded) {
             return "a.mp3|" + QString::fromUtf16(decoded) + "|-|1";
         };
-        row("utf-8", "#EXTINF:1,Caf\xC3\xA9 \xE2\x82\xAC\na.mp3", {title(u"Caf\u00E9 \u20AC")});
         row("windows-1252", "#EXTINF:1,\x93Quoted\x94 \x80\x85\xE9\na.mp3",
             {title(u"\u201CQuoted\u201D \u20AC\u2026\u00E9")});
-        row("undefined in windows-1252 falls to latin-1", "#EXTINF:1,\x81\x80\xE9\na.mp3",
-            {title(u"\u0081\u0080\u00E9")});
-        row("overlong utf-8 is not utf-8", "#EXTINF:1,\xC0\xAF\na.mp3", {title(u"\u00C0\u00AF")});
-        row("surrogate in utf-8 is not utf-8", "#EXTINF:1,\xED\xA0\x80\na.mp3",
-            {title(u"\u00ED\u00A0\u20AC")});
+        row("latin-1 after 1252", "#EXTINF:1,\x81\x80\xE9\na.mp3", {title(u"\u0081\u0080\u00E9")});
+        row("bad utf-8 forms", "#EXTINF:1,\xC0\xAF\xED\xA0\x80\na.mp3",
+            {title(u"\u00C0\u00AF\u00ED\u00A0\u20AC")});
         row("byte order mark", "\xEF\xBB\xBF#EXTM3U\n#EXTINF:3,Caf\xC3\xA9\na.mp3\n", {"a.mp3|Café|-|3"});
-        // The second mark is text, so "#EXTM3U" no longer starts the line and becomes a (missing) path.
-        row("two byte order marks", "\xEF\xBB\xBF\xEF\xBB\xBF#EXTM3U\na.mp3\n",
-            {QChar(0xFEFF) + QString("#EXTM3U|-|-|-"), "a.mp3|-|-|-"});
-        row("extinf with artist", "#EXTM3U\n#EXTINF:215,Band - Song\na.mp3\n", {"a.mp3|Song|Band|215"});
-        row("crlf, pending values end at each path",
-            "#EXTM3U\r\n#EXTINF:215,Band - Song\r\n\r\na.mp3\r\nb.mp3",
-            {"a.mp3|Song|Band|215", "b.mp3|-|-|-"});
-        row("cr only and unicode separators", "a.mp3\rb.mp3\xE2\x80\xA8\x61.mp3\x0B\x0C",
-            {"a.mp3|-|-|-", "b.mp3|-|-|-", "a.mp3|-|-|-"});
+        row("crlf; each path ends pending values", "#EXTM3U\r\n#EXTINF:215,Band - Song\r\n\r\na.mp3\r\nb.mp3",
+            {"a.mp3|Song|Band|215", "b.mp3"});
+        row("cr, unicode separators", "a.mp3\rb.mp3\xE2\x80\xA8\x61.mp3\x0B\x0C",
+            {"a.mp3", "b.mp3", "a.mp3"});
         row("attributes after the duration", "#EXTINF:215 tvg-id=x,A - B\na.mp3", {"a.mp3|B|A|215"});
         row("fraction and lower case", "#extinf:2.5 ,  Title only \na.mp3", {"a.mp3|Title only|-|2.5"});
-        row("-1 and 0 give no duration", "#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3",
-            {"a.mp3|T|-|-", "b.mp3|U|-|-"});
-        row("words that are not numbers",
-            "#EXTINF:inf,T\na.mp3\n#EXTINF:12abc,U\nb.mp3\n#EXTINF:0x10,V\na.mp3",
-            {"a.mp3|T|-|-", "b.mp3|U|-|-", "a.mp3|V|-|-"});
-        row("no comma ignores the line", "#EXTINF:100 Title\na.mp3", {"a.mp3|-|-|-"});
-        row("empty display keeps the duration", "#EXTINF:5,  \na.mp3", {"a.mp3|-|-|5"});
+        row("not positive numbers",
+            "#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3\n#EXTINF:inf,V\na.mp3\n#EXTINF:12abc,W\nb.mp3\n"
+            "#EXTINF:0x10,X\na.mp3",
+            {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X"});
+        row("no comma, empty display", "#EXTINF:100 Title\na.mp3\n#EXTINF:5,  \nb.mp3",
+            {"a.mp3", "b.mp3|-|-|5"});
         row("a later title keeps the earlier artist", "#EXTINF:5,X - Y\n#EXTINF:7,Z\na.mp3", {"a.mp3|Z|X|7"});
         row("only the first dash splits", "#EXTINF:5,A - B - C\na.mp3", {"a.mp3|B - C|A|5"});
-        row("comments and blank lines keep pending values",
-            "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3", {"a.mp3|T|A|3"});
-        row("a stream swallows its title", "#EXTINF:-1,Radio\nhttp://radio.example/stream\nb.mp3",
-            {"b.mp3|-|-|-"});
-        row("every remote scheme, any case",
-            "HTTPS://x/a.mp3\nrtsp://x/a\nRtmp://x/a\nmms://x/a\nhttp:a.mp3\nb.mp3", {"b.mp3|-|-|-"});
-        row("other schemes are relative paths", "ftp://host/a.mp3", {"ftp:/host/a.mp3|-|-|-"});
-        row("windows drive paths dropped", "C:\\Music\\a.mp3\nd:/Music/a.mp3\nC:a.mp3\nb.mp3",
-            {"C:a.mp3|-|-|-", "b.mp3|-|-|-"});
-        row("backslashes, blanks trimmed", " \t Music\\Album\\01.mp3 \t", {"Music/Album/01.mp3|-|-|-"});
+        row("comments keep pending values", "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3",
+            {"a.mp3|T|A|3"});
+        row("a stream takes its title", "#EXTINF:-1,Radio\nhttp://radio.example/stream\nb.mp3", {"b.mp3"});
+        row("remote schemes", "HTTPS://x/a.mp3\nrtsp://x/a\nRtmp://x/a\nmms://x/a\nhttp:a.mp3\nb.mp3",
+            {"b.mp3"});
+        row("other schemes are relative paths", "ftp://host/a.mp3", {"ftp:/host/a.mp3"});
+        row("windows drives", "C:\\Music\\a.mp3\nd:/Music/a.mp3\nC:a.mp3\nb.mp3", {"C:a.mp3", "b.mp3"});
+        row("backslashes, blanks trimmed", " \t Music\\Album\\01.mp3 \t", {"Music/Album/01.mp3"});
         row("dot segments resolved", "./x/../a.mp3\n../q/b.mp3\n/music//x/../a.mp3",
-            {"a.mp3|-|-|-", "../q/b.mp3|-|-|-", "/music/a.mp3|-|-|-"});
+            {"a.mp3", "../q/b.mp3", "/music/a.mp3"});
         row("file urls",
             "file://" + dir + "/My%20Song.mp3\nFILE://" + dir + "/sub/../b.mp3\nfile://LocalHost" + dir +
                 "/a.mp3",
-            {"My Song.mp3|-|-|-", "b.mp3|-|-|-", "a.mp3|-|-|-"});
+            {"My Song.mp3", "b.mp3", "a.mp3"});
         // Decoded only when the decoded name exists and the name as written does not.
         row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3",
-            {"My Song.mp3|-|-|-", "Both%20Here.mp3|-|-|-", "No%20File.mp3|-|-|-", "My%2Song.mp3|-|-|-",
-             "100%.mp3|-|-|-"});
+            {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3"});
         row("empty file", "", {});
-        row("only streams and drive paths", "#EXTM3U\nhttp://x/a\nC:\\a.mp3\n", {});
-        row("numbered order, not file order",
-            "[playlist]\nFile3=c.mp3\nFile1=a.mp3\nFile2=b.mp3\nNumberOfEntries=1\n",
-            {"a.mp3|-|-|-", "b.mp3|-|-|-", "c.mp3|-|-|-"}, "list.pls");
-        row("numbers are numeric and signed", "File10=c.mp3\nFile+2=b.mp3\nFile-1=a.mp3\nFile2x=x.mp3",
-            {"a.mp3|-|-|-", "b.mp3|-|-|-", "c.mp3|-|-|-"}, "list.pls");
+        row("numeric order",
+            "[playlist]\nFile3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries="
+            "1",
+            {"z.mp3", "a.mp3", "b.mp3", "c.mp3"}, "list.pls");
         row("titles and lengths",
             "[playlist]\r\nFile1=a.mp3\r\nTitle1=Artist - Song\r\nLength1=215\r\n"
             "File2=b.mp3\r\nTitle2=Just a title\r\nLength2=-1\r\nVersion=2\r\n",
-            {"a.mp3|Song|Artist|215", "b.mp3|Just a title|-|-"}, "list.pls");
+            {"a.mp3|Song|Artist|215", "b.mp3|Just a title"}, "list.pls");
         row("keys in any case, values trimmed", "FILE1=  a.mp3 \ntItLe1=\tT \nLENGTH1= 7.5",
             {"a.mp3|T|-|7.5"}, "list.pls");
-        row("space before the equals sign ignores the line", "File1 =a.mp3\nFile2=b.mp3\nTitle2 =T",
-            {"b.mp3|-|-|-"}, "list.pls");
-        row("later keys replace earlier ones", "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second",
-            {"b.mp3|Second|-|-"}, "list.pls");
-        row("empty values and stray titles skipped",
-            "File1=\nTitle1=T\nFile2=b.mp3\nLength2=abc\nTitle3=Lonely", {"b.mp3|-|-|-"}, "list.pls");
-        row("streams skipped",
-            "[playlist]\nFile1=http://streamer.example:80/stream/1018\nTitle1=Radio\nFile2=a.mp3\n",
-            {"a.mp3|-|-|-"}, "list.pls");
-        row("no files", "[playlist]\nNumberOfEntries=0\n", {}, "list.pls");
-        row("m3u name with a [Playlist] section", "[PlayList]\nFile1=a.mp3\n#EXTINF:5,x\n", {"a.mp3|-|-|-"});
-        row("section found anywhere", "x.mp3\nFile1=a.mp3\n[playlist]", {"a.mp3|-|-|-"}, "list.m3u8");
+        row("space before =", "File1 =a.mp3\nFile2=b.mp3\nTitle2 =T", {"b.mp3"}, "list.pls");
+        row("later keys replace, empty values and stray titles skipped",
+            "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second\nFile2=\nTitle2=T\nFile3=c.mp3\nLength3="
+            "abc\n"
+            "Title4=Lonely\nFile5=http://x/a",
+            {"b.mp3|Second", "c.mp3"}, "list.pls");
+        row("m3u name with a [Playlist] section", "[PlayList]\nFile1=a.mp3\n#EXTINF:5,x\n", {"a.mp3"});
+        row("section found anywhere", "x.mp3\nFile1=a.mp3\n[playlist]", {"a.mp3"}, "list.m3u8");
+        const QString nul(QChar(0));
+        static const char nulBytes[] = "a\0b.mp3\n\0\n#EXTINF:\0,\0\nc%20\0.mp3\n";
+        row("nul bytes", QByteArray(nulBytes, sizeof nulBytes - 1),
+            {"a" + nul + "b.mp3", nul, "c%20" + nul + ".mp3|" + nul});
+        row("100,000 entries", "#EXTM3U\n" + QByteArray("#EXTINF:1,A - T\nx.mp3\n").repeated(100000),
+            QStringList(100000, "x.mp3|T|A|1"));
+        row("10 MB lines", "#EXTINF:" + QByteArray(10 << 20, '9') + ",x\n" + QByteArray(10 << 20, 'a'),
+            {QString(10 << 20, u'a') + "|x"});
+        row("10 MB pls key", "File" + QByteArray(10 << 20, '1') + "=a.mp3", {}, "key.pls");
     }
     void reads() {
         QFETCH(QString, name);
@@ -181,71 +176,29 @@ private slots:
             QVERIFY2(result.error && result.error->kind == PlaylistError::Kind::Unreadable, qPrintable(path));
             QVERIFY(result.entries.isEmpty());
         }
-        const QUrl url = QUrl::fromLocalFile("/music/Road Trip.m3u8");
-        QCOMPARE((PlaylistError{PlaylistError::Kind::Unreadable, url}.description()),
-                 "Can't read Road Trip.m3u8. The file may be damaged or in an unsupported format.");
-        QCOMPARE((PlaylistError{PlaylistError::Kind::EmptyPlaylist, url}.description()),
+        QCOMPARE((PlaylistError{PlaylistError::Kind::EmptyPlaylist, QUrl::fromLocalFile("/m/Road Trip.m3u8")}
+                      .description()),
                  "Road Trip.m3u8 doesn't list any playable local files.");
     }
 
     void tellsPlaylistsApart() {
-        QCOMPARE(PlaylistFile::playlistExtensions(), (QSet<QString>{"m3u", "m3u8", "pls"}));
-        for (const QString path : {"/a/x.M3U8", "/a/x.Pls"})
+        for (const QString path : {"/a/x.M3U8", "/a/x.Pls", "/a/x.m3u"})
             QVERIFY2(PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
         for (const QString path : {"/a/x.mp3", "/a/m3u", "/a.m3u/x"})
             QVERIFY2(!PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
     }
 
-    // Files written by other players.
-    void readsCorpusPlaylists_data() {
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<QStringList>("expected");
-        QTest::addRow("quod libet m3u8") << "quodlibet/tests/data/test.m3u8"
-                                         << QStringList{"lame.mp3|lame.mp3|-|-", "test.wav|test.wav|-|-",
-                                                        "sine-110hz.flac|110Hz test track|Quod Libet|2",
-                                                        "non_existing_audio_file.mp3|non existing file|-|-",
-                                                        "image.jpg|no audio file|-|-"};
-        QTest::addRow("somafm streams") << "clementine/tests/data/pls_somafm.pls" << QStringList{};
-    }
+    // Files written by other players; the cases that matter are built above.
     void readsCorpusPlaylists() {
-        QFETCH(QString, file);
-        QFETCH(QStringList, expected);
-        const QString path = fixtures::corpusFile(file);
-        if (path.isEmpty())
-            QSKIP("the shared corpus is not beside the checkout");
-        const PlaylistReadResult result = PlaylistFile::readPlaylist(QUrl::fromLocalFile(path));
-        for (QString& row : expected)
-            row.prepend(QFileInfo(path).path() + u'/');
-        QCOMPARE(describe(result.entries), expected);
-        QCOMPARE(result.error.has_value(), expected.isEmpty());
-    }
-
-    void survivesHostileInput_data() {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QByteArray>("text");
-        QTest::addColumn<int>("entries");
-        static const char nul[] = "a\0b.mp3\n\0\n#EXTINF:\0,\0\nc%20\0.mp3\n";
-        QTest::addRow("nul bytes") << "nul.m3u" << QByteArray(nul, sizeof nul - 1) << 3;
-        QTest::addRow("100,000 entries")
-            << "many.m3u8"
-            << "#EXTM3U\n" + QByteArray("#EXTINF:1,A - T\nmusic/x.mp3\n").repeated(100000) << 100000;
-        QTest::addRow("10 MB path") << "long.m3u" << QByteArray(10 << 20, 'a') << 1;
-        QTest::addRow("1 MB of escapes") << "escapes.m3u" << QByteArray(1 << 20, '%').append("20") << 1;
-        QTest::addRow("10 MB extinf") << "extinf.m3u"
-                                      << "#EXTINF:" + QByteArray(10 << 20, '9') + ",x\na.mp3" << 1;
-        QTest::addRow("10 MB pls key") << "key.pls"
-                                       << "File" + QByteArray(10 << 20, '1') + "=a.mp3" << 0;
-        QTest::addRow("100,000 pls keys")
-            << "keys.pls"
-            << QByteArray("File1=a.mp3\n").repeated(50000) + QByteArray("Title1=t\n").repeated(50000) << 1;
-    }
-    void survivesHostileInput() {
-        QFETCH(QString, name);
-        QFETCH(QByteArray, text);
-        QFETCH(int, entries);
-        const PlaylistReadResult result = readBytes(name, text);
-        QCOMPARE(result.entries.size(), entries);
-        QCOMPARE(result.error.has_value(), entries == 0);
+        const std::pair<const char*, int> files[] = {{"quodlibet/tests/data/test.m3u8", 5},
+                                                     {"clementine/tests/data/pls_one.pls", 1},
+                                                     {"clementine/tests/data/pls_somafm.pls", 0}};
+        for (const auto& [file, entries] : files) {
+            const QString path = fixtures::corpusFile(file);
+            if (path.isEmpty())
+                QSKIP("the shared corpus is not beside the checkout");
+            QCOMPARE(PlaylistFile::readPlaylist(QUrl::fromLocalFile(path)).entries.size(), entries);
+        }
     }
 
     void writes_data() {
@@ -271,17 +224,17 @@ private slots:
             << "#EXTM3U\n#EXTINF:-1,My.Song\nMy.Song.mp3\n#EXTINF:-1,Band - "
                "b\nb.mp3\n#EXTINF:0,Title\nc.mp3\n"
                "#EXTINF:-1,Two Lines - And  more\nd.mp3\n";
-        QTest::addRow("parent folders")
-            << "lists/x.m3u" << QList<Track>{track(w + "/music/a.mp3", "", "a", 1)} << true
-            << "#EXTM3U\n#EXTINF:1,a\n../music/a.mp3\n";
-        QTest::addRow("outside the shared root stays absolute")
-            << "x.m3u" << QList<Track>{track("/nonexistent-volume/a.mp3", "", "a", 1)} << true
-            << "#EXTM3U\n#EXTINF:1,a\n/nonexistent-volume/a.mp3\n";
+        QTest::addRow("paths as they are, in utf-8")
+            << "x.m3u8"
+            << QList<Track>{track(w + "/Ärzte/Schrei.mp3", "Die Ärzte", "Schrei", 245.7),
+                            track(w + "/../elsewhere/b c.flac", "", "Only title", 0),
+                            track("/abs/%41 100%.mp3", "A", "B", 12)}
+            << true
+            << "#EXTM3U\n#EXTINF:245,Die Ärzte - Schrei\nÄrzte/Schrei.mp3\n#EXTINF:-1,Only title\n"
+               "../elsewhere/b c.flac\n#EXTINF:12,A - B\n/abs/%41 100%.mp3\n";
         QTest::addRow("absolute when asked")
             << "x.pls" << QList<Track>{track(w + "/a.mp3", "", "a", 1)} << false
             << "[playlist]\nFile1=" + w + "/a.mp3\nTitle1=a\nLength1=1\nNumberOfEntries=1\nVersion=2\n";
-        QTest::addRow("no tracks") << "x.pls" << QList<Track>{} << true
-                                   << "[playlist]\nNumberOfEntries=0\nVersion=2\n";
     }
     void writes() {
         QFETCH(QString, destination);
@@ -291,24 +244,6 @@ private slots:
         QVERIFY(QDir().mkpath(QFileInfo(path).path()));
         QCOMPARE(write(tracks, path, relative), QString());
         QTEST(QString::fromUtf8(readFile(path)), "expected");
-    }
-
-    void roundTrips() {
-        const QString folder = m_dir.filePath("trip");
-        QVERIFY(QDir().mkpath(folder));
-        const QList<Track> tracks = {
-            track(folder + "/Ärzte/Schrei nach Liebe.mp3", "Die Ärzte", "Schrei", 245.7),
-            track(folder + "/../elsewhere/b c.flac", "", "Only title", 0),
-            track("/abs/%41 100%.mp3", "A", "B", 12)};
-        for (const QString name : {"trip.m3u8", "trip.pls"}) {
-            QCOMPARE(write(tracks, folder + u'/' + name), QString());
-            const PlaylistReadResult result =
-                PlaylistFile::readPlaylist(QUrl::fromLocalFile(folder + u'/' + name));
-            QCOMPARE(describe(result.entries),
-                     (QStringList{folder + "/Ärzte/Schrei nach Liebe.mp3|Schrei|Die Ärzte|245",
-                                  m_dir.filePath("elsewhere/b c.flac") + "|Only title|-|-",
-                                  "/abs/%41 100%.mp3|B|A|12"}));
-        }
     }
 
     // Relative paths are under <tmp>/links, where "linked" points to "real".
@@ -347,28 +282,24 @@ private slots:
         QCOMPARE(relative.has_value(), !expected.isNull());
     }
 
-    void replacesAtomicallyKeepingPermissions() {
+    // Through a link to it: the linked file is replaced whole, keeps its permissions, and nothing is left
+    // beside it.
+    void replacesTheFileInPlace() {
         QTemporaryDir dir;
-        const QString path = dir.filePath("list.m3u8");
-        QVERIFY(fixtures::writeFile(path, "old"));
+        const QString real = dir.filePath("real.m3u8"), link = dir.filePath("link.m3u8");
+        QVERIFY(fixtures::writeFile(real, "old"));
         const auto permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
-        QVERIFY(QFile::setPermissions(path, permissions));
-        QCOMPARE(write({}, path), QString());
-        QCOMPARE(readFile(path), "#EXTM3U\n");
-        QCOMPARE(QFile::permissions(path) & QFile::Permissions(0x7077), permissions); // owner, group, other
-        QCOMPARE(fixtures::folderEntries(dir.path()), QStringList{"list.m3u8"});
-    }
-
-    void followsALinkedPlaylist() {
-        const QString real = m_dir.addFile("linked-list/real/list.m3u", "old");
-        const QString link = m_dir.filePath("linked-list/link.m3u");
+        QVERIFY(QFile::setPermissions(real, permissions));
         QVERIFY(QFile::link(real, link));
         QCOMPARE(write({}, link), QString());
         QVERIFY(QFileInfo(link).isSymLink());
         QCOMPARE(readFile(real), "#EXTM3U\n");
+        QCOMPARE(QFile::permissions(real) & QFile::Permissions(0x7077), permissions); // owner, group, other
+        QCOMPARE(fixtures::folderEntries(dir.path()), (QStringList{"link.m3u8", "real.m3u8"}));
     }
 
-    // A write that fails halfway, here at the file size limit, must leave the old playlist as it was.
+    // A write that fails halfway (a full disk, here the file size limit) or cannot start (a read-only
+    // folder) reports an error and leaves the old playlist as it was.
     void keepsTheOldFileWhenWritingFails() {
         QTemporaryDir dir;
         const QString path = dir.filePath("list.m3u8");
@@ -386,19 +317,12 @@ private slots:
         QVERIFY(!error.isEmpty());
         QCOMPARE(readFile(path), "old");
         QCOMPARE(fixtures::folderEntries(dir.path()), QStringList{"list.m3u8"});
-    }
-
-    void reportsWriteErrors() {
-        QVERIFY(!write({}, m_dir.filePath("no such folder/x.m3u")).isEmpty());
         if (geteuid() == 0)
             QSKIP("a read-only folder does not stop the superuser");
-        QTemporaryDir dir;
-        const QString path = dir.filePath("list.m3u");
-        QVERIFY(fixtures::writeFile(path, "old"));
         QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::ExeOwner));
-        const QString error = write({}, path);
+        const QString readOnlyError = write({}, path);
         QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        QVERIFY(!error.isEmpty());
+        QVERIFY(!readOnlyError.isEmpty());
         QCOMPARE(readFile(path), "old");
     }
 };

@@ -15,8 +15,9 @@
 
 namespace {
 
-// mpv's own numbers, as ids for the one property this player watches.
+// mpv's own numbers, as ids for the properties watched.
 constexpr quint64 eofReachedReply = 1;
+constexpr quint64 outputReply = 2;
 
 QString sentenceFor(int mpvError) {
     switch (mpvError) {
@@ -111,6 +112,9 @@ AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseco
     if (!handle)
         return {nullptr, QStringLiteral("The sound system couldn't be started.")};
 
+    // Ready means loaded and with its sound output running: an output that cannot start ends the file just
+    // after loading, and is refused here rather than reported as a decode error of every song in turn.
+    mpv_observe_property(handle, outputReply, "current-ao", MPV_FORMAT_STRING);
     const QByteArray path = QFile::encodeName(url.toLocalFile());
     const char* command[] = {"loadfile", path.constData(), "replace", nullptr};
     if (int error = mpv_command(handle, command); error < 0) {
@@ -119,10 +123,19 @@ AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseco
     }
 
     const QDeadlineTimer deadline(timeout);
+    bool loaded = false;
+    bool outputRunning = false;
     while (!deadline.hasExpired()) {
         const mpv_event* event = mpv_wait_event(handle, double(deadline.remainingTime()) / 1000.0);
-        if (event->event_id == MPV_EVENT_FILE_LOADED)
+        loaded = loaded || event->event_id == MPV_EVENT_FILE_LOADED;
+        outputRunning =
+            outputRunning ||
+            (event->event_id == MPV_EVENT_PROPERTY_CHANGE && event->reply_userdata == outputReply &&
+             static_cast<const mpv_event_property*>(event->data)->format == MPV_FORMAT_STRING);
+        if (loaded && outputRunning) {
+            mpv_unobserve_property(handle, outputReply);
             return {std::unique_ptr<AudioPlayer>(new MpvAudioPlayer(handle)), QString()};
+        }
         if (event->event_id == MPV_EVENT_END_FILE) {
             // The event belongs to the handle: read it before the handle goes.
             const auto* end = static_cast<const mpv_event_end_file*>(event->data);

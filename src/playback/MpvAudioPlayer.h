@@ -21,8 +21,9 @@ public:
     // How long open() waits at most for mpv to load the file or to give up on it.
     static constexpr std::chrono::milliseconds defaultOpenTimeout{2000};
 
-    // Opens `url` paused and waits until mpv has loaded it or has failed (at most `timeout`). Files that
-    // aren't regular files (FIFOs, devices, folders) are refused before mpv sees them.
+    // Opens `url` paused and waits until mpv has loaded it and started its sound output, or has failed (at
+    // most `timeout`). Files that aren't regular files (FIFOs, devices, folders) are refused before mpv sees
+    // them.
     static AudioPlayerCreation open(const QUrl& url, std::chrono::milliseconds timeout = defaultOpenTimeout);
     // A factory for the engine that calls open().
     static AudioPlayerFactory factory();

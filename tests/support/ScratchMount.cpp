@@ -6,19 +6,10 @@
 
 namespace fixtures {
 
-namespace {
-
-QByteArray options(qint64 sizeBytes) {
-    return "size=" + QByteArray::number(sizeBytes) + ",mode=0755";
-}
-
-} // namespace
-
-ScratchMount::ScratchMount(qint64 sizeBytes)
-    : m_size(sizeBytes) {
-    if (m_dir.isValid())
-        m_mounted = ::mount("tmpfs", QFile::encodeName(m_dir.path()).constData(), "tmpfs", 0,
-                            options(sizeBytes).constData()) == 0;
+ScratchMount::ScratchMount(qint64 sizeBytes) {
+    const QByteArray options = "size=" + QByteArray::number(sizeBytes) + ",mode=0755";
+    m_mounted = m_dir.isValid() && ::mount("tmpfs", QFile::encodeName(m_dir.path()).constData(), "tmpfs", 0,
+                                           options.constData()) == 0;
 }
 
 ScratchMount::~ScratchMount() {
@@ -26,10 +17,9 @@ ScratchMount::~ScratchMount() {
         ::umount2(QFile::encodeName(m_dir.path()).constData(), MNT_DETACH);
 }
 
-bool ScratchMount::setReadOnly(bool readOnly) {
-    const unsigned long flags = MS_REMOUNT | (readOnly ? MS_RDONLY : 0);
-    return m_mounted && ::mount("tmpfs", QFile::encodeName(m_dir.path()).constData(), "tmpfs", flags,
-                                options(m_size).constData()) == 0;
+bool ScratchMount::makeReadOnly() {
+    return m_mounted && ::mount("tmpfs", QFile::encodeName(m_dir.path()).constData(), "tmpfs",
+                                MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }
 
 } // namespace fixtures

@@ -17,14 +17,11 @@ public:
 
     bool isValid() const { return m_mounted; }
     QString path() const { return m_dir.path(); }
-    QString filePath(const QString& name) const { return m_dir.filePath(name); }
-
-    // Remounts read-only (or writable again). Returns false when the remount fails.
-    bool setReadOnly(bool readOnly);
+    // Remounts read-only; false when that fails.
+    bool makeReadOnly();
 
 private:
     QTemporaryDir m_dir;
-    qint64 m_size = 0;
     bool m_mounted = false;
 };
 

@@ -4,21 +4,18 @@
 #include <QHash>
 #include <QList>
 #include <QObject>
-#include <QTcpServer>
 #include <QUrl>
 
 #include <chrono>
-#include <memory>
-#include <utility>
 
 class QSslCertificate;
 class QSslKey;
-
+class QTcpServer;
 class QTcpSocket;
 
-// A small HTTP/1.1 (or HTTPS) server on 127.0.0.1 for tests of the online services. It serves canned
-// responses by path (the query is ignored when choosing one), closes each connection after answering, and
-// records every request it receives with the moment its headers arrived. Runs on the test's own event loop.
+// A small HTTP/1.1 (or HTTPS) server on 127.0.0.1 for tests of the online services. It answers by path (the
+// query is ignored when choosing), closes each connection after answering, and records every request with
+// the moment its headers arrived. Runs on the test's own event loop.
 class LocalHttpServer : public QObject {
     Q_OBJECT
 public:
@@ -31,53 +28,47 @@ public:
         Kind kind = Kind::Normal;
         int status = 200;
         QByteArray body{};
-        QList<std::pair<QByteArray, QByteArray>> headers{};
+        QByteArray location{}; // sent as the Location header when set
 
-        static Response json(const QByteArray& body, int status = 200);
-        static Response redirect(const QByteArray& location, int status = 302);
-        static Response neverAnswer();
-        static Response endlessBody();
+        static Response json(const QByteArray& body, int status = 200) {
+            return {Kind::Normal, status, body};
+        }
+        static Response redirect(const QByteArray& to, int status = 302) {
+            return {Kind::Normal, status, {}, to};
+        }
+        static Response neverAnswer() { return {Kind::NeverAnswer}; }
+        static Response endlessBody() { return {Kind::EndlessBody}; }
     };
 
     struct Request {
-        QByteArray method;
         QByteArray target;                     // path and query exactly as sent
         QHash<QByteArray, QByteArray> headers; // names in lower case
         std::chrono::steady_clock::time_point arrivedAt;
 
-        QByteArray path() const;
+        QByteArray path() const { return target.split('?').constFirst(); }
     };
 
-    explicit LocalHttpServer(QObject* parent = nullptr);
-    ~LocalHttpServer() override;
+    using QObject::QObject;
 
-    // Listens on a free port of 127.0.0.1; false when that fails.
+    // Listens on a free port of 127.0.0.1, speaking HTTPS when given a certificate and its key.
     bool start();
-    // The same, speaking HTTPS with the given certificate and its key.
     bool startTls(const QSslCertificate& certificate, const QSslKey& key);
     // http://127.0.0.1:<port><path>, or https:// for a TLS server
     QUrl url(const QByteArray& path) const;
     // What to answer for `path`; unknown paths get 404.
-    void serve(const QByteArray& path, const Response& response);
-
+    void serve(const QByteArray& path, const Response& response) { m_responses.insert(path, response); }
     const QList<Request>& requests() const { return m_requests; }
 
     // A port on 127.0.0.1 where nothing listens (connections are refused).
     static quint16 closedPort();
 
-signals:
-    void requestReceived();
-
 private:
+    bool listen(QTcpServer* server);
     void accept();
-    void readRequest(QTcpSocket* socket);
-    void answer(QTcpSocket* socket, const Response& response);
-    void streamBody(QTcpSocket* socket);
+    void answer(QTcpSocket* socket, const QByteArray& head);
 
-    bool listen(std::unique_ptr<QTcpServer> server);
-
-    std::unique_ptr<QTcpServer> m_server;
+    // A child, so that its connections, and their sockets, go only after this object's handlers are gone.
+    QTcpServer* m_server = nullptr;
     QHash<QByteArray, Response> m_responses;
     QList<Request> m_requests;
-    QHash<QTcpSocket*, QByteArray> m_pending; // bytes of a request whose headers have not all arrived
 };

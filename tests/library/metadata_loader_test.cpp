@@ -24,15 +24,12 @@ using fixtures::writeFile;
 
 namespace {
 
-// A reader that hands out a prepared answer, to test the loader's rules alone.
-class FakeReader final : public MetadataReader {
-public:
+// Hands out a prepared answer, to test the loader's rules alone.
+struct FakeReader final : MetadataReader {
     explicit FakeReader(AssetMetadata answer)
-        : m_answer(std::move(answer)) {}
-    AssetMetadata read(const QByteArray&) const override { return m_answer; }
-
-private:
-    AssetMetadata m_answer;
+        : answer(std::move(answer)) {}
+    AssetMetadata read(const QByteArray&) const override { return answer; }
+    AssetMetadata answer;
 };
 
 CommonItem text(CommonKey key, std::optional<QString> value) {
@@ -48,33 +45,28 @@ QUrl urlOf(const QString& path) {
     return QUrl::fromLocalFile(path);
 }
 
+// Title, artist, album, album artist, track number, year, genre and comment, joined by '|'.
+QString textFields(const Track& t) {
+    return QStringList{t.title, t.artist, t.album, t.albumArtist, t.trackNumber, t.year, t.genre, t.comment}
+        .join(u'|');
+}
+
+QString extendedFields(const ExtendedTags& t) {
+    return QStringList{t.albumArtist, t.trackNumber, t.year, t.genre, t.comment}.join(u'|');
+}
+
 // Runs Python with mutagen on `path`; the script sees `p` (the file) and `img` (the bytes of `imagePath`).
 bool tagWithMutagen(const QString& path, const QString& script, const QString& imagePath) {
-    const QString prelude = QStringLiteral(
+    const QString prelude =
         "import sys, base64\n"
         "from mutagen.id3 import ID3, TIT2, TPE1, TALB, TPE2, TRCK, TDRC, TYER, TCON, COMM, APIC\n"
-        "from mutagen.mp4 import MP4, MP4Cover\n"
-        "from mutagen.flac import FLAC, Picture\n"
-        "from mutagen.wave import WAVE\n"
-        "from mutagen.aiff import AIFF\n"
-        "p = sys.argv[1]\n"
-        "img = open(sys.argv[2], 'rb').read()\n");
+        "from mutagen.mp4 import MP4, MP4Cover\nfrom mutagen.flac import FLAC, Picture\n"
+        "from mutagen.wave import WAVE\nfrom mutagen.aiff import AIFF\n"
+        "p = sys.argv[1]; img = open(sys.argv[2], 'rb').read()\n";
     const auto result = fixtures::run(fixtures::systemPython(), {"-c", prelude + script, path, imagePath});
     if (result.exitCode != 0)
         qWarning() << result.err;
     return result.exitCode == 0;
-}
-
-// Title, artist, album, album artist, track number, year, genre and comment, joined by '|'.
-QString textFields(const Track& track) {
-    return QStringList{track.title,       track.artist, track.album, track.albumArtist,
-                       track.trackNumber, track.year,   track.genre, track.comment}
-        .join(u'|');
-}
-
-// Album artist, track number, year, genre and comment, joined by '|'.
-QString extendedFields(const ExtendedTags& tags) {
-    return QStringList{tags.albumArtist, tags.trackNumber, tags.year, tags.genre, tags.comment}.join(u'|');
 }
 
 } // namespace
@@ -82,13 +74,13 @@ QString extendedFields(const ExtendedTags& tags) {
 class MetadataLoaderTest : public QObject {
     Q_OBJECT
 
-    fixtures::MusicFolder m_dir;
-    FolderArtworkCache m_noFolderArtwork; // tests that need folder artwork make their own
+    fixtures::MusicFolder m_dir; // its top level holds no image, so folder searches end there
+    FolderArtworkCache m_folders;
 
     QString path(const QString& name) const { return m_dir.filePath(name); }
     Track loadWith(const QString& file, const MetadataReader& reader,
                    const std::optional<PlaylistEntry>& hint = std::nullopt) {
-        return MetadataLoader::loadTrackNow(urlOf(file), hint, reader, m_noFolderArtwork);
+        return MetadataLoader::loadTrackNow(urlOf(file), hint, reader, m_folders);
     }
 
     // A copy of a one-second untagged tone of the given extension, made once per extension.
@@ -102,15 +94,12 @@ class MetadataLoaderTest : public QObject {
 
 private slots:
     void initTestCase() {
-        QVERIFY(m_dir.isValid());
         if (!fixtures::haveTool("ffmpeg"))
             QSKIP("ffmpeg is needed to make audio files");
     }
 
     void tellsPlayableFiles() {
-        QCOMPARE(MetadataLoader::playableExtensions(),
-                 (QSet<QString>{"mp3", "m4a", "m4b", "aac", "adts", "aif", "aiff", "aifc", "wav", "caf",
-                                "flac", "alac", "mp4", "au", "snd"}));
+        QCOMPARE(MetadataLoader::playableExtensions().size(), 15); // each is loaded by loadsEveryExtension
         for (const QString name : {"SONG.MP3", "01. Intro.m4a"})
             QVERIFY2(MetadataLoader::isPlayable(urlOf("/music/" + name)), qPrintable(name));
         for (const QString name : {"song.ogg", "mp3", "song.mp3.txt"})
@@ -120,85 +109,71 @@ private slots:
     void normalizesGenres_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("expected");
-        const std::pair<const char*, const char*> rows[] = {
-            {"(9)", "Metal"},
-            {"(79)", "Hard Rock"},
-            {"(80)", "(80)"},
-            {"(-1)", "(-1)"},
-            {"(+17)", "Rock"},
-            {"(-0)", "Blues"},
-            {"(9)Heavy", "Heavy"},
-            {"(17) \t", "Rock"},
-            {"(17) \tRock n Roll\t ", "Rock n Roll"},
-            {"( 9)", "( 9)"},
-            {"()", "()"},
-            {"(99999999999999999999)", "(99999999999999999999)"},
-            {"(9", "(9"},
-            {"Rock (9)", "Rock (9)"},
-            {"(9)\n", "\n"}};
-        for (const auto& [text, expected] : rows)
-            QTest::addRow("%s", text) << QString::fromUtf8(text) << QString::fromUtf8(expected);
+        // text>expected, '|' between rows
+        const QString rows =
+            "(9)>Metal|(79)>Hard Rock|(80)>(80)|(-1)>(-1)|(+17)>Rock|(-0)>Blues|(9)Heavy>Heavy|"
+            "(17) \t>Rock|(17)\tRock n Roll >Rock n Roll|( 9)>( 9)|()>()|(9>(9|Rock (9)>Rock (9)|"
+            "(99999999999999999999)>(99999999999999999999)|(9)\r>\r";
+        for (const QString& row : rows.split(u'|'))
+            QTest::addRow("%s", qPrintable(row)) << row.section(u'>', 0, 0) << row.section(u'>', 1);
     }
     void normalizesGenres() {
         QFETCH(QString, text);
         QTEST(MetadataLoader::normalizedGenre(text), "expected");
     }
 
-    // The loader's rules over a reader that says exactly what a test wants.
-    void sortsCommonItemsIntoSlots() {
-        const QByteArray cover = fixtures::pictureBytes("JPG", Qt::red);
-        const AssetMetadata metadata{true,
-                                     {text(CommonKey::Title, "First"), text(CommonKey::Title, std::nullopt),
-                                      text(CommonKey::Artist, "Artist"), text(CommonKey::Creator, "Creator"),
-                                      text(CommonKey::Author, std::nullopt),
-                                      text(CommonKey::AlbumName, "Album"),
-                                      CommonItem{CommonKey::Artwork, std::nullopt, cover},
-                                      CommonItem{CommonKey::Artwork, std::nullopt, std::nullopt}},
-                                     {},
-                                     12};
-        const Track track = loadWith(m_dir.addFile("slots.mp3", "x"), FakeReader(metadata));
-        QCOMPARE(textFields(track), "First|Creator|Album|||||");
-        QCOMPARE(track.duration, 12.0);
-        QCOMPARE(track.artwork, std::optional<QByteArray>(cover));
-        QCOMPARE(track.artworkSource, ArtworkSource::embedded());
-        QVERIFY(!track.isMissing);
-        QVERIFY(!track.id.isNull());
-    }
-
-    void fallsBackToHintAndFileName_data() {
-        QTest::addColumn<double>("readDuration");
-        QTest::addColumn<QString>("readTitle");
+    // The loader's rules over what a reader says, with and without a hint from a playlist.
+    void fillsTheCommonFields_data() {
+        QTest::addColumn<QList<CommonItem>>("items");
+        QTest::addColumn<double>("duration");
         QTest::addColumn<bool>("withHint");
-        QTest::addColumn<QString>("expected"); // title|artist|duration
+        QTest::addColumn<QString>("expected"); // title|artist|album|duration
+        const QByteArray cover = fixtures::pictureBytes("JPG", Qt::red);
+        QTest::addRow("later values win, absent ones do not")
+            << QList{text(CommonKey::Title, "First"),
+                     text(CommonKey::Title, std::nullopt),
+                     text(CommonKey::Artist, "Artist"),
+                     text(CommonKey::Creator, "Creator"),
+                     text(CommonKey::Author, std::nullopt),
+                     text(CommonKey::AlbumName, "Album"),
+                     CommonItem{CommonKey::Artwork, std::nullopt, cover},
+                     CommonItem{CommonKey::Artwork, std::nullopt, std::nullopt}}
+            << 12.0 << false << "First|Creator|Album|12";
         const double nan = std::numeric_limits<double>::quiet_NaN();
-        QTest::addRow("file wins") << 12.0 << "Read" << true << "Read|Hint Artist|12";
-        QTest::addRow("zero takes hint") << 0.0 << "" << true << "Hint Title|Hint Artist|215";
-        QTest::addRow("nan takes hint") << nan << "" << true << "Hint Title|Hint Artist|215";
-        QTest::addRow("negative takes hint") << -3.0 << "" << true << "Hint Title|Hint Artist|215";
+        const QList<CommonItem> read{text(CommonKey::Title, "Read")};
+        QTest::addRow("file wins over hint") << read << 12.0 << true << "Read|Hint Artist||12";
+        QTest::addRow("zero takes hint")
+            << QList<CommonItem>() << 0.0 << true << "Hint Title|Hint Artist||215";
+        QTest::addRow("negative takes hint") << read << -3.0 << true << "Read|Hint Artist||215";
+        QTest::addRow("nan takes hint") << read << nan << true << "Read|Hint Artist||215";
         QTest::addRow("infinity without hint")
-            << std::numeric_limits<double>::infinity() << "" << false << "01 Intro||0";
+            << QList<CommonItem>() << std::numeric_limits<double>::infinity() << false << "01 Intro|||0";
     }
-    void fallsBackToHintAndFileName() {
-        QFETCH(double, readDuration);
-        QFETCH(QString, readTitle);
+    void fillsTheCommonFields() {
+        QFETCH(QList<CommonItem>, items);
+        QFETCH(double, duration);
         QFETCH(bool, withHint);
-        const AssetMetadata metadata{true, {text(CommonKey::Title, readTitle)}, {}, readDuration};
-        const QString file = m_dir.addFile("01 Intro.mp3", "x");
         std::optional<PlaylistEntry> hint;
         if (withHint)
-            hint = PlaylistEntry{urlOf(file), "Hint Title", "Hint Artist", 215.0};
-        const Track track = loadWith(file, FakeReader(metadata), hint);
-        QTEST(QStringList({track.title, track.artist, QString::number(track.duration)}).join(u'|'),
-              "expected");
-        QCOMPARE(track.artworkSource, ArtworkSource::none());
+            hint = PlaylistEntry{{}, "Hint Title", "Hint Artist", 215.0};
+        const Track track =
+            loadWith(m_dir.addFile("fake/01 Intro.mp3", "x"), FakeReader({true, items, {}, duration}), hint);
+        QTEST(
+            QStringList({track.title, track.artist, track.album, QString::number(track.duration)}).join(u'|'),
+            "expected");
+        const bool embeds = items.size() > 1;
+        QCOMPARE(track.artwork,
+                 embeds ? std::optional(fixtures::pictureBytes("JPG", Qt::red)) : std::nullopt);
+        QCOMPARE(track.artworkSource, embeds ? ArtworkSource::embedded() : ArtworkSource::none());
+        QVERIFY(!track.isMissing && !track.id.isNull());
     }
 
     void searchesIdentifiersInPreferenceOrder_data() {
         namespace id = MetadataIdentifier;
         QTest::addColumn<QList<MetadataItem>>("items");
         QTest::addColumn<QString>("expected"); // as extendedFields
-        const auto row = [](const char* tag, const QList<MetadataItem>& items, const QString& expected) {
-            QTest::addRow("%s", tag) << items << expected;
+        const auto row = [](const char* tag, const QList<MetadataItem>& items, const char* expected) {
+            QTest::addRow("%s", tag) << items << QString(expected);
         };
         row("band over album artist", {item(id::iTunesAlbumArtist, "iTunes"), item(id::id3Band, "Band")},
             "Band||||");
@@ -206,7 +181,7 @@ private slots:
             "||2019||");
         row("year over release date",
             {item(id::iTunesReleaseDate, "2003-11-21T00:00:00Z"), item(id::id3Year, "97")}, "||97||");
-        row("empty or absent text goes on to the next item",
+        row("empty or absent text goes on",
             {item(id::id3TrackNumber, ""), item(id::id3TrackNumber, std::nullopt),
              item(id::id3TrackNumber, "3/12")},
             "|3/12|||");
@@ -224,7 +199,7 @@ private slots:
         QFETCH(QList<MetadataItem>, items);
         QFETCH(QString, expected);
         const FakeReader reader(AssetMetadata{true, {}, items, 0});
-        const QString file = m_dir.addFile("extended.mp3", "x");
+        const QString file = m_dir.addFile("fake/extended.mp3", "x");
         QCOMPARE(extendedFields(MetadataLoader::loadExtendedTagsNow(urlOf(file), reader)), expected);
         QCOMPARE(textFields(loadWith(file, reader)).section(u'|', 3), expected);
     }
@@ -233,18 +208,14 @@ private slots:
         // As read from "#EXTINF:215,Band - Song".
         const QUrl url = urlOf(path("gone/Song.mp3"));
         const Track track = MetadataLoader::loadTrackNow(url, PlaylistEntry{url, "Song", "Band", 215.0});
-        QVERIFY(track.isMissing);
+        QVERIFY(track.isMissing && !track.artwork && !track.id.isNull());
         QCOMPARE(textFields(track), "Song|Band||||||");
         QCOMPARE(track.duration, 215.0);
         QCOMPARE(track.url, url);
-        QVERIFY(!track.artwork);
-        QVERIFY(!track.id.isNull());
-
         const Track bare = MetadataLoader::loadTrackNow(urlOf(path("gone/02 Outro.flac")));
-        QVERIFY(bare.isMissing);
+        QVERIFY(bare.isMissing && bare.id != track.id);
         QCOMPARE(textFields(bare), "02 Outro|||||||");
         QCOMPARE(bare.duration, 0.0);
-        QVERIFY(bare.id != track.id);
         QCOMPARE(MetadataLoader::loadExtendedTagsNow(url), ExtendedTags{});
     }
 
@@ -268,17 +239,16 @@ private slots:
     void loadsEveryExtension() {
         QFETCH(QString, extension);
         QFETCH(QStringList, options);
+        QVERIFY(MetadataLoader::playableExtensions().contains(extension));
         const QString file =
             path("every/" + QString::fromLatin1(QTest::currentDataTag()) + "/Tone." + extension);
-        QDir().mkpath(QFileInfo(file).path());
-        QVERIFY(fixtures::makeAudio(
-            file, 2.0,
-            options + QStringList{"-metadata", "title=Made Title", "-metadata", "artist=Made Artist",
-                                  "-metadata", "author=Made Author", "-metadata", "album=Made Album",
-                                  "-metadata", "genre=Made Genre"}));
+        QVERIFY(QDir().mkpath(QFileInfo(file).path()));
+        for (const char* field : {"title=Made Title", "artist=Made Artist", "author=Made Author",
+                                  "album=Made Album", "genre=Made Genre"})
+            options += {"-metadata", field};
+        QVERIFY(fixtures::makeAudio(file, 2.0, options));
         const Track track = loadWith(file, FileMetadataReader());
         QVERIFY2(std::abs(track.duration - 2.0) < 0.25, qPrintable(QString::number(track.duration)));
-        QVERIFY(!track.isMissing);
         QTEST(QStringList({track.title, track.artist, track.album, track.genre}).join(u'|'), "expected");
     }
 
@@ -287,199 +257,173 @@ private slots:
         QTest::addColumn<QString>("extension");
         QTest::addColumn<QString>("script");   // embeds the picture when it uses `img`
         QTest::addColumn<QString>("expected"); // as textFields
-        const auto row = [](const char* tag, const char* extension, const QString& script,
-                            const QString& expected) {
-            QTest::addRow("%s", tag) << extension << script << expected;
-        };
-        const QString id3Frames = QStringLiteral(
-            "t.add(TIT2(encoding=3, text='Title'))\n"
-            "t.add(TPE1(encoding=3, text='Artist'))\n"
-            "t.add(TALB(encoding=3, text='Album'))\n"
-            "t.add(TPE2(encoding=3, text='Band'))\n"
-            "t.add(TRCK(encoding=3, text='3/12'))\n"
-            "t.add(COMM(encoding=3, lang='eng', desc='iTunNORM', text=' 0000 0000'))\n"
-            "t.add(COMM(encoding=3, lang='eng', desc='', text='Comment'))\n"
-            "t.add(APIC(encoding=3, mime='image/png', type=4, desc='back', data=b'not the cover'))\n"
-            "t.add(APIC(encoding=3, mime='image/jpeg', type=3, desc='', data=img))\n");
         const QString all = "Title|Artist|Album|Band|3/12|2019|Rock|Comment";
-        row("mp3 id3v2.4", "mp3",
-            "t = ID3()\n" + id3Frames +
-                "t.add(TDRC(encoding=3, text='2019-05-03'))\nt.add(TCON(encoding=3, text='(17)'))\nt.save(p, "
-                "v2_version=4)\n",
-            all);
-        row("mp3 id3v2.3", "mp3",
-            "t = ID3()\n" + id3Frames +
-                "t.add(TYER(encoding=1, text='2019'))\nt.add(TCON(encoding=1, text='(17)'))\nt.save(p, "
-                "v2_version=3)\n",
-            all);
-        row("mp3 id3v1 only", "mp3",
-            "t = ID3()\nt.add(TIT2(encoding=3, text='Old Title'))\nt.add(TPE1(encoding=3, text='Old "
-            "Artist'))\n"
-            "t.add(TALB(encoding=3, text='Old Album'))\nt.add(TDRC(encoding=3, text='1984'))\n"
-            "t.add(TRCK(encoding=3, text='7'))\nt.add(TCON(encoding=3, text='(40)'))\n"
-            "t.save(p, v1=2)\nfrom mutagen.id3 import delete\ndelete(p, delete_v1=False, delete_v2=True)\n",
-            "Old Title|Old Artist|Old Album||7|1984|Alt. Rock|");
-        const QString mp4Atoms = QStringLiteral(
-            "f = MP4(p)\nf['\\xa9nam'] = 'Title'\nf['\\xa9ART'] = 'Artist'\nf['\\xa9alb'] = 'Album'\n"
-            "f['aART'] = 'Band'\nf['trkn'] = [(3, 12)]\nf['\\xa9day'] = '2019-05-03T00:00:00Z'\n"
-            "f['\\xa9gen'] = 'Rock'\nf['\\xa9cmt'] = 'Comment'\n"
-            "f['covr'] = [MP4Cover(img, imageformat=MP4Cover.FORMAT_JPEG)]\nf.save()\n");
-        for (const char* extension : {"m4a", "m4b", "mp4"})
-            QTest::addRow("%s atoms", extension) << extension << mp4Atoms << all;
-        row("m4a author only", "m4a", "f = MP4(p)\nf['\\xa9aut'] = 'Author'\nf.save()\n",
-            "Tone|Author||||||");
-        // mutagen writes no predefined genre: a user genre of the code's two bytes becomes one.
-        row("m4a predefined genre", "m4a",
-            "f = MP4(p)\nf['\\xa9gen'] = '\\x00\\x29'\nf.save()\nb = open(p, 'rb').read()\n"
-            "b = b.replace(b'\\xa9gen\\0\\0\\0\\x12data\\0\\0\\0\\x01', "
-            "b'gnre\\0\\0\\0\\x12data\\0\\0\\0\\0')\n"
-            "open(p, 'wb').write(b)\n",
-            "Tone||||||Alt. Rock|");
-        row("m4a track without total", "m4a", "f = MP4(p)\nf['trkn'] = [(5, 0)]\nf.save()\n", "Tone||||5|||");
-        const QString vorbis =
-            QStringLiteral("f = FLAC(p)\nf['TITLE'] = 'Title'\nf['artist'] = 'Artist'\nf['ALBUM'] = 'Album'\n"
-                           "f['ALBUMARTIST'] = 'Band'\nf['TRACKNUMBER'] = '3/12'\nf['DATE'] = '2019-05-03'\n"
-                           "f['GENRE'] = '(17)'\nf['COMMENT'] = 'Comment'\n"
-                           "pic = Picture()\npic.type = 3\npic.mime = 'image/jpeg'\npic.data = img\n");
-        row("flac picture block", "flac", vorbis + "f.add_picture(pic)\nf.save()\n", all);
-        row("flac picture comment", "flac",
-            vorbis + "f['METADATA_BLOCK_PICTURE'] = base64.b64encode(pic.write()).decode()\nf.save()\n", all);
-        row("flac author only", "flac", "f = FLAC(p)\nf['AUTHOR'] = 'Author'\nf.save()\n",
-            "Tone|Author||||||");
-        row("flac artist wins over author", "flac",
-            "f = FLAC(p)\nf['AUTHOR'] = 'Author'\nf['ARTIST'] = 'Artist'\nf.save()\n", "Tone|Artist||||||");
-        const QString chunkTag =
-            "f.add_tags()\nt = f.tags\n" + id3Frames +
-            "t.add(TDRC(encoding=3, text='2019'))\nt.add(TCON(encoding=3, text='Rock'))\nf.save()\n";
-        row("wav id3 chunk", "wav", "f = WAVE(p)\n" + chunkTag, all);
-        row("aif id3 chunk", "aif", "f = AIFF(p)\n" + chunkTag, all);
-        row("aifc id3 chunk", "aifc", "f = AIFF(p)\n" + chunkTag, all);
+        const QString id3 =
+            "t.add(TIT2(text='Title')); t.add(TPE1(text='Artist')); t.add(TALB(text='Album'))\n"
+            "t.add(TPE2(text='Band')); t.add(TRCK(text='3/12'))\n"
+            "t.add(COMM(lang='eng', desc='iTunNORM', text=' 0000 0000'))\n"
+            "t.add(COMM(lang='eng', desc='', text='Comment'))\n"
+            "t.add(APIC(mime='image/png', type=4, desc='back', data=b'not the cover'))\n"
+            "t.add(APIC(mime='image/jpeg', type=3, desc='', data=img))\n";
+        QTest::addRow("mp3 id3v2.4")
+            << "mp3"
+            << "t = ID3()\n" + id3 + "t.add(TDRC(text='2019-05-03')); t.add(TCON(text='(17)')); t.save(p)"
+            << all;
+        QTest::addRow("mp3 id3v2.3")
+            << "mp3"
+            << "t = ID3()\n" + id3 +
+                   "t.add(TYER(text='2019')); t.add(TCON(text='(17)')); t.save(p, v2_version=3)"
+            << all;
+        QTest::addRow("mp3 id3v1 only")
+            << "mp3"
+            << "t = ID3(); t.add(TIT2(text='Old Title')); t.add(TPE1(text='Old Artist')); "
+               "t.add(TALB(text='Old Album'))\n"
+               "t.add(TDRC(text='1984')); t.add(TRCK(text='7')); t.add(TCON(text='(40)')); t.save(p, v1=2)\n"
+               "from mutagen.id3 import delete; delete(p, delete_v1=False, delete_v2=True)"
+            << "Old Title|Old Artist|Old Album||7|1984|Alt. Rock|";
+        QTest::addRow("m4a atoms")
+            << "m4a"
+            << "f = MP4(p); f['\\xa9nam'] = 'Title'; f['\\xa9ART'] = 'Artist'; f['\\xa9alb'] = 'Album'; "
+               "f['aART'] = 'Band'\n"
+               "f['trkn'] = [(3, 12)]; f['\\xa9day'] = '2019-05-03T00:00:00Z'; f['\\xa9gen'] = 'Rock'; "
+               "f['\\xa9cmt'] = 'Comment'\n"
+               "f['covr'] = [MP4Cover(img, imageformat=MP4Cover.FORMAT_JPEG)]; f.save()"
+            << all;
+        QTest::addRow("m4a author, track without total")
+            << "m4a"
+            << "f = MP4(p); f['\\xa9aut'] = 'Author'; f['trkn'] = [(5, 0)]; f.save()"
+            << "Tone|Author|||5|||";
+        // mutagen writes no predefined genre: a user genre of the code's two bytes is turned into one.
+        QTest::addRow("m4a predefined genre")
+            << "m4a"
+            << "f = MP4(p); f['\\xa9gen'] = '\\x00\\x29'; f.save(); b = open(p, 'rb').read()\n"
+               "b = b.replace(b'\\xa9gen\\0\\0\\0\\x12data\\0\\0\\0\\x01', "
+               "b'gnre\\0\\0\\0\\x12data\\0\\0\\0\\0')\n"
+               "open(p, 'wb').write(b)"
+            << "Tone||||||Alt. Rock|";
+        QTest::addRow("flac picture block")
+            << "flac"
+            << "f = FLAC(p); f['TITLE'] = 'Title'; f['artist'] = 'Artist'; f['ALBUM'] = 'Album'; "
+               "f['ALBUMARTIST'] = 'Band'\n"
+               "f['TRACKNUMBER'] = '3/12'; f['DATE'] = '2019-05-03'; f['GENRE'] = '(17)'; f['COMMENT'] = "
+               "'Comment'\n"
+               "pic = Picture(); pic.type = 3; pic.data = img; f.add_picture(pic); f.save()"
+            << all;
+        QTest::addRow("flac picture comment, artist over author")
+            << "flac"
+            << "f = FLAC(p); f['ARTIST'] = 'Artist'; f['AUTHOR'] = 'Author'; pic = Picture(); pic.data = "
+               "img\n"
+               "f['METADATA_BLOCK_PICTURE'] = base64.b64encode(pic.write()).decode(); f.save()"
+            << "Tone|Artist||||||";
+        const QString chunk = "f.add_tags(); t = f.tags\n" + id3 +
+                              "t.add(TDRC(text='2019')); t.add(TCON(text='Rock')); f.save()";
+        QTest::addRow("wav id3 chunk") << "wav"
+                                       << "f = WAVE(p)\n" + chunk << all;
+        QTest::addRow("aif id3 chunk") << "aif"
+                                       << "f = AIFF(p)\n" + chunk << all;
     }
     void readsTagsWrittenByMutagen() {
         QFETCH(QString, extension);
         QFETCH(QString, script);
         QFETCH(QString, expected);
-        const bool embedsArtwork = script.contains("img");
-        const QString folder = QString::fromLatin1(QTest::currentDataTag()).replace(' ', '_');
-        const QString file = path(folder + "/Tone." + extension);
-        // not an image name the folder search looks at
-        const QString cover =
-            m_dir.addFile(folder + "/embedded.jpg.bin", fixtures::pictureBytes("JPG", Qt::blue));
-        QVERIFY(copyTone(extension, file));
+        const QString folder = path(QString::fromLatin1(QTest::currentDataTag()).replace(' ', '_'));
+        const QString file = folder + "/Tone." + extension;
+        const QString cover = folder + "/embedded.bin"; // not an image name the folder search looks at
+        QVERIFY(copyTone(extension, file) && writeFile(cover, fixtures::pictureBytes("JPG", Qt::blue)));
         QVERIFY(tagWithMutagen(file, script, cover));
 
         const Track track = loadWith(file, FileMetadataReader());
         QCOMPARE(textFields(track), expected);
         QVERIFY2(std::abs(track.duration - 1.0) < 0.2, qPrintable(QString::number(track.duration)));
-        QCOMPARE(track.artwork, embedsArtwork ? std::optional(readFile(cover)) : std::nullopt);
-        if (embedsArtwork)
-            QCOMPARE(track.artworkSource, ArtworkSource::embedded());
+        QCOMPARE(track.artwork, script.contains("img") ? std::optional(readFile(cover)) : std::nullopt);
+        QCOMPARE(track.artworkSource, track.artwork ? ArtworkSource::embedded() : ArtworkSource::none());
         QCOMPARE(extendedFields(MetadataLoader::loadExtendedTags(urlOf(file)).result()),
                  expected.section(u'|', 3));
     }
 
-    void usesFolderArtworkWithoutEmbeddedArtwork() {
-        const QString song = path("folder-art/Plain.mp3");
-        QVERIFY(copyTone("mp3", song));
-        const QString cover =
-            m_dir.addFile("folder-art/cover.jpg", fixtures::pictureBytes("JPG", Qt::green, 64));
-        FolderArtworkCache cache;
-        const Track track =
-            MetadataLoader::loadTrackNow(urlOf(song), std::nullopt, FileMetadataReader(), cache);
-        QCOMPARE(track.artworkSource, ArtworkSource::folder(urlOf(cover)));
-        QVERIFY(track.artwork && !QImage::fromData(*track.artwork).isNull());
-        const Track second =
-            MetadataLoader::loadTrackNow(urlOf(song), std::nullopt, FileMetadataReader(), cache);
-        QCOMPARE(second.artwork->constData(), track.artwork->constData());
-    }
-
-    void sharesIdenticalEmbeddedArtwork() {
-        const QString cover =
-            m_dir.addFile("shared-art/cover.bin", fixtures::pictureBytes("JPG", Qt::yellow, 200));
+    // An album's songs: equal embedded pictures share one buffer, a song without one takes the folder's.
+    void sharesEmbeddedAndFolderArtwork() {
+        const QString picture =
+            m_dir.addFile("album/picture.bin", fixtures::pictureBytes("JPG", Qt::yellow, 200));
+        const QString cover = m_dir.addFile("album/cover.jpg", fixtures::pictureBytes("JPG", Qt::green, 64));
         QList<Track> tracks;
-        for (const QString name : {"0.mp3", "1.mp3"}) {
-            const QString file = path("shared-art/" + name);
+        for (const QString name : {"0.mp3", "1.mp3", "plain.mp3"}) {
+            const QString file = path("album/" + name);
             QVERIFY(copyTone("mp3", file));
-            QVERIFY(tagWithMutagen(file,
-                                   "t = ID3()\nt.add(APIC(encoding=3, mime='image/jpeg', type=3, data=img))\n"
-                                   "t.save(p)\n",
-                                   cover));
+            if (name != "plain.mp3")
+                QVERIFY(tagWithMutagen(
+                    file, "t = ID3()\nt.add(APIC(mime='image/jpeg', type=3, data=img))\nt.save(p)\n",
+                    picture));
             tracks.append(MetadataLoader::loadTrack(urlOf(file)).result());
         }
-        QCOMPARE(tracks[0].artwork, std::optional<QByteArray>(readFile(cover)));
+        QCOMPARE(tracks[0].artwork, std::optional<QByteArray>(readFile(picture)));
         QCOMPARE(tracks[1].artwork->constData(), tracks[0].artwork->constData());
+        QCOMPARE(tracks[2].artworkSource, ArtworkSource::folder(urlOf(cover)));
+        QCOMPARE(tracks[2].artworkSource.label(), "Folder: cover.jpg");
+        QVERIFY(!QImage::fromData(*tracks[2].artwork, "JPEG").isNull());
     }
 
     // Damaged, hostile or odd files give a track named after the file, never a crash or a hang.
     void survivesBadInput_data() {
-        QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("name");
-        const std::pair<const char*, const char*> unreadable[] = {
-            {"empty", "song.mp3"},        {"text", "song.mp3"},         {"text", "song.caf"},
-            {"folder", "song.mp3"},       {"fifo", "song.mp3"},         {"no-permission", "song.mp3"},
-            {"id3-past-end", "song.mp3"}, {"atom-past-end", "song.m4a"}};
-        for (const auto& [kind, name] : unreadable)
-            QTest::addRow("%s %s", kind, name) << kind << name;
+        QTest::addColumn<QByteArray>(
+            "bytes"); // of an unreadable file; empty for a folder, a FIFO or a bad tone
+        const QByteArray text = QByteArray("just some words, not audio\n").repeated(200);
+        QTest::addRow("empty") << "song.mp3" << QByteArray();
+        QTest::addRow("text") << "song.mp3" << text;
+        QTest::addRow("text caf") << "song.caf" << text;
+        QTest::addRow("no-permission") << "song.mp3" << text;
+        // A tag header claiming 256 MB, then a frame claiming more than the file holds; a 2 GB MP4 movie
+        // atom.
+        QTest::addRow("id3-past-end")
+            << "song.mp3" << QByteArrayLiteral("ID3\4\0\0\x7f\x7f\x7f\x7fTIT2\x7f\x7f\x7f\x7f\0\0\3Title");
+        QTest::addRow("atom-past-end")
+            << "song.m4a"
+            << QByteArrayLiteral("\0\0\0\x18"
+                                 "ftypM4A \0\0\0\0M4A isom\x7f\xff\xff\xffmoov\x7f\xff\xff\0udta");
+        QTest::addRow("folder") << "song.mp3" << QByteArray();
+        QTest::addRow("fifo") << "song.mp3" << QByteArray();
         for (const char* kind : {"truncated", "flipped"})
             for (const char* extension : {"mp3", "m4a", "flac", "wav", "caf", "adts", "au"})
-                QTest::addRow("%s %s", kind, extension) << kind << QStringLiteral("song.%1").arg(extension);
+                QTest::addRow("%s %s", kind, extension)
+                    << QStringLiteral("song.%1").arg(extension) << QByteArray();
     }
     void survivesBadInput() {
-        QFETCH(QString, kind);
         QFETCH(QString, name);
-        const bool unreadable = kind != "truncated" && kind != "flipped"; // nothing in it reads as audio
-        const QString file =
-            path("bad/" + QString::fromLatin1(QTest::currentDataTag()).replace(' ', '_') + "/" + name);
+        QFETCH(QByteArray, bytes);
+        const QString tag = QString::fromLatin1(QTest::currentDataTag());
+        const QString file = path("bad/" + QString(tag).replace(' ', '_') + "/" + name);
         QVERIFY(QDir().mkpath(QFileInfo(file).path()));
-        if (kind == "empty") {
-            QVERIFY(writeFile(file, {}));
-        } else if (kind == "text") {
-            QVERIFY(writeFile(file, QByteArray("just some words, not audio\n").repeated(200)));
-        } else if (kind == "id3-past-end") {
-            // A tag header claiming 256 MB, then a frame claiming more than the file holds.
-            static const char tag[] = "ID3\x04\x00\x00\x7f\x7f\x7f\x7fTIT2\x7f\x7f\x7f\x7f\x00\x00\x03Title";
-            QVERIFY(writeFile(file, QByteArray(tag, sizeof tag - 1)));
-        } else if (kind == "atom-past-end") {
-            // An MP4 whose movie atom claims 2 GB.
-            static const char atoms[] =
-                "\x00\x00\x00\x18"
-                "ftypM4A \x00\x00\x00\x00M4A isom\x7f\xff\xff\xffmoov\x7f\xff\xff\x00udta";
-            QVERIFY(writeFile(file, QByteArray(atoms, sizeof atoms - 1)));
-        } else if (kind == "folder") {
+        const bool damagedTone = tag.startsWith("truncated") || tag.startsWith("flipped");
+        if (tag == "folder") {
             QVERIFY(QDir().mkpath(file));
-        } else if (kind == "fifo") {
+        } else if (tag == "fifo") {
             QCOMPARE(::mkfifo(QFile::encodeName(file).constData(), 0600), 0);
-        } else if (kind == "no-permission") {
-            QVERIFY(writeFile(file, QByteArray("not audio either").repeated(100)));
-            QVERIFY(QFile::setPermissions(file, QFileDevice::Permissions()));
-        } else {
+        } else if (damagedTone) {
             QVERIFY(copyTone(QFileInfo(file).suffix(), file));
-            QByteArray bytes = readFile(file);
-            if (kind == "truncated")
+            bytes = readFile(file);
+            if (tag.startsWith("truncated"))
                 bytes.truncate(bytes.size() / 3);
-            for (qsizetype i = 7; kind == "flipped" && i < bytes.size(); i += 61)
+            for (qsizetype i = 7; tag.startsWith("flipped") && i < bytes.size(); i += 61)
                 bytes[i] = char(bytes[i] ^ 0x5a);
-            QVERIFY(writeFile(file, bytes));
         }
+        QVERIFY(tag == "folder" || tag == "fifo" || writeFile(file, bytes));
+        if (tag == "no-permission")
+            QVERIFY(QFile::setPermissions(file, QFileDevice::Permissions()));
 
         // Through the pool, so that a read that blocks shows as a timeout rather than a stuck test.
-        const auto load = [&](const std::optional<PlaylistEntry>& hint) {
-            QFuture<Track> loading = MetadataLoader::loadTrack(urlOf(file), hint);
-            return QTest::qWaitFor([&] { return loading.isFinished(); }, 10000) ? loading.result() : Track{};
-        };
-        const Track hinted = load(PlaylistEntry{urlOf(file), {}, {}, 99.0});
-        QVERIFY(!hinted.isMissing);
-        QVERIFY(std::isfinite(hinted.duration) && hinted.duration > 0);
-        const Track bare = load(std::nullopt);
-        QVERIFY(std::isfinite(bare.duration) && bare.duration >= 0);
-        if (unreadable) {
-            QCOMPARE(hinted.duration, 99.0);
-            QCOMPARE(bare.duration, 0.0);
-            QCOMPARE(textFields(hinted), "song|||||||");
-            QVERIFY(!hinted.artwork);
+        QFuture<Track> loading =
+            MetadataLoader::loadTrack(urlOf(file), PlaylistEntry{urlOf(file), {}, {}, 99.0});
+        QVERIFY(QTest::qWaitFor([&] { return loading.isFinished(); }, 10000));
+        const Track track = loading.result();
+        QVERIFY(!track.isMissing && std::isfinite(track.duration) && track.duration > 0);
+        if (!damagedTone) {
+            QCOMPARE(track.duration, 99.0);
+            QCOMPARE(textFields(track), "song|||||||");
+            QVERIFY(!track.artwork);
             QCOMPARE(MetadataLoader::loadExtendedTags(urlOf(file)).result(), ExtendedTags{});
         }
-        if (kind == "no-permission")
+        if (tag == "no-permission")
             QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
 
@@ -491,25 +435,22 @@ private slots:
         const Track track =
             MetadataLoader::loadTrackNow(QUrl::fromEncoded("file://" + rawName.toPercentEncoding("/")));
         ::unlink(rawName.constData()); // the temporary folder's cleanup cannot name it
-        QVERIFY(!track.isMissing);
+        QVERIFY(!track.isMissing && track.duration > 0.5);
         QCOMPARE(track.title, QString::fromUtf8("caf\uFFFD \uFFFD"));
-        QVERIFY(track.duration > 0.5);
     }
 
     // Files other tools wrote: ID3v2.2 and APE tags, which nothing here can write, and damaged files.
     void readsCorpusFiles_data() {
         QTest::addColumn<QString>("file");
-        QTest::addColumn<QString>("expected"); // as textFields; "*" skips a field, empty skips all
-        QTest::addColumn<bool>("embedsArtwork");
+        QTest::addColumn<QString>("expected"); // the start of textFields
         QTest::addRow("id3v2.2") << "mutagen/tests/data/id3v22-test.mp3"
                                  << "cosmic american|Anais Mitchell|Hymns for the Exiled||3/11|2004||"
-                                    "Waterbug Records, www.anaismitchell.com"
-                                 << false;
+                                    "Waterbug Records, www.anaismitchell.com";
         QTest::addRow("id3v2.2 picture")
             << "taglib/tests/data/itunes10.mp3"
-            << "iTunes10MP3|Artist|Album|Album Artist|1/10|2011|Heavy Metal|Comments" << true;
+            << "iTunes10MP3|Artist|Album|Album Artist|1/10|2011|Heavy Metal|Comments";
         QTest::addRow("ape then id3v1") << "taglib/tests/data/ape-id3v1.mp3"
-                                        << "Title|*|*|*|*|*|*|*" << false;
+                                        << "Title|";
         for (const char* other :
              {"mutagen/tests/data/emptyfile.mp3", "mutagen/tests/data/too-short.mp3",
               "taglib/tests/data/excessive_alloc.mp3", "taglib/tests/data/compressed_id3_frame.mp3",
@@ -519,7 +460,7 @@ private slots:
               "taglib/tests/data/duplicate_tags.wav", "taglib/tests/data/rare_frames.mp3",
               "taglib/tests/data/duplicate_id3v2.mp3", "mutagen/tests/data/bad-TYER-frame.mp3",
               "mutagen/tests/data/id3v1v2-combined.mp3", "mutagen/tests/data/has-tags.m4a"})
-            QTest::addRow("%s", other) << other << QString() << false;
+            QTest::addRow("%s", other) << other << QString();
     }
     void readsCorpusFiles() {
         QFETCH(QString, file);
@@ -528,16 +469,9 @@ private slots:
         if (local.isEmpty())
             QSKIP("the shared corpus is not beside the checkout");
         const Track track = loadWith(local, FileMetadataReader());
-        const QStringList read = textFields(track).split(u'|');
-        const QStringList wanted = expected.split(u'|');
-        for (qsizetype i = 0; !expected.isEmpty() && i < wanted.size(); ++i) {
-            if (wanted[i] != "*")
-                QCOMPARE(read[i], wanted[i]);
-        }
-        QVERIFY(!track.isMissing);
-        QVERIFY(std::isfinite(track.duration) && track.duration >= 0);
-        QFETCH(bool, embedsArtwork);
-        if (embedsArtwork)
+        QVERIFY2(textFields(track).startsWith(expected), qPrintable(textFields(track)));
+        QVERIFY(!track.isMissing && std::isfinite(track.duration) && track.duration >= 0);
+        if (QTest::currentDataTag() == QByteArrayLiteral("id3v2.2 picture"))
             QCOMPARE(track.artworkSource, ArtworkSource::embedded());
     }
 };

@@ -1,18 +1,21 @@
 #include "support/Pictures.h"
 
 #include <QBuffer>
-#include <QImage>
 
 namespace fixtures {
+
+QByteArray encodedImage(const QImage& image, const char* format, int quality) {
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, format, quality);
+    return bytes;
+}
 
 QByteArray pictureBytes(const char* format, QColor color, int side) {
     QImage image(side, side, QImage::Format_RGB32);
     image.fill(color);
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    buffer.open(QIODevice::WriteOnly);
-    image.save(&buffer, format);
-    return bytes;
+    return encodedImage(image, format);
 }
 
 } // namespace fixtures

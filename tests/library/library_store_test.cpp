@@ -168,38 +168,22 @@ private slots:
         QCOMPARE(titles(store().tracks()), "y x c a d");
     }
 
-    // Open and Close ask first only when unsaved songs would be lost.
-    void asksBeforeLosingChanges() {
-        const QList<Track> before = addSongs({"a.mp3"});
-        m_music->addSong("b.mp3");
-        m_music->addFile("other.m3u", "b.mp3\n");
-        store().requestOpenPlaylist(url("other.m3u"));
-        store().requestClear();
-        QCOMPARE(store().pendingOpenURL(), url("other.m3u"));
-        QVERIFY(store().pendingClearConfirmation());
-        QCOMPARE(store().tracks(), before);
-        QVERIFY(!store().isImporting());
-        store().confirmPendingOpen();
-        QVERIFY(store().pendingOpenURL().isEmpty());
-        QTRY_COMPARE(titles(store().tracks()), "b");
-        store().setPendingClearConfirmation(false);
-        store().requestClear(); // unchanged since it was opened: closes at once
-        QVERIFY(!store().pendingClearConfirmation() && store().tracks().isEmpty());
-        QVERIFY(store().playlistURL().isEmpty() && store().status().isNull() && !store().hasUnsavedChanges());
-        store().remove({QUuid::createUuid()}); // an empty list has nothing to lose, even when unsaved
-        store().requestClear();
-        store().requestOpenPlaylist(url("other.m3u"));
-        QVERIFY(!store().pendingClearConfirmation() && store().pendingOpenURL().isEmpty());
-        QTRY_COMPARE(store().tracks().size(), 1);
-    }
-
-    void saves() {
+    // Save and Save As; Open and Close ask first only when unsaved songs would be lost.
+    void savesAndConfirms() {
         for (const auto save : {&LibraryStore::save, &LibraryStore::saveAs}) {
             (store().*save)();
             QCOMPARE(store().errorMessage(), "There's nothing in the playlist to save.");
             store().setErrorMessage(QString());
         }
-        addSongs({"Album/01 One.mp3", "Album/02 Two.mp3"});
+        m_music->addFile("other.m3u", "Album/02 Two.mp3\n");
+        const QList<Track> before = addSongs({"Album/01 One.mp3", "Album/02 Two.mp3"});
+        store().requestOpenPlaylist(url("other.m3u"));
+        store().requestClear();
+        QCOMPARE(store().pendingOpenURL(), url("other.m3u"));
+        QVERIFY(store().pendingClearConfirmation() && !store().isImporting());
+        QCOMPARE(store().tracks(), before);
+        store().setPendingClearConfirmation(false);
+
         store().save(); // the dialog is cancelled
         QCOMPARE(m_offeredNames, QStringList({"Untitled Playlist"}));
         QVERIFY(store().errorMessage().isNull());
@@ -220,6 +204,18 @@ private slots:
         QVERIFY(!store().hasUnsavedChanges());
         const QByteArray saved = fixtures::readFile(m_music->filePath("mix.m3u8"));
         QVERIFY(saved.contains("\nAlbum/02 Two.mp3\n") && saved.endsWith("\nAlbum/01 One.mp3\n"));
+
+        store().confirmPendingOpen(); // the open asked for above
+        QVERIFY(store().pendingOpenURL().isEmpty());
+        QTRY_COMPARE(store().playlistURL(), url("other.m3u"));
+        store().requestClear(); // unchanged since it was opened: closes at once
+        QVERIFY(!store().pendingClearConfirmation() && store().tracks().isEmpty());
+        QVERIFY(store().playlistURL().isEmpty() && store().status().isNull() && !store().hasUnsavedChanges());
+        store().remove({QUuid::createUuid()}); // an empty list has nothing to lose, even when unsaved
+        store().requestClear();
+        store().requestOpenPlaylist(url("other.m3u"));
+        QVERIFY(!store().pendingClearConfirmation() && store().pendingOpenURL().isEmpty());
+        QTRY_COMPARE(store().tracks().size(), 1);
     }
 
     // A swap by an offset, a drag onto another track (removal and insertion: two changes), a block move

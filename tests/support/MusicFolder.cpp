@@ -18,11 +18,8 @@ QString sampleSong() {
 }
 
 QString MusicFolder::addSong(const QString& relativePath) {
-    const QString sample = sampleSong();
-    const QString target = filePath(relativePath);
-    if (sample.isEmpty() || !QDir().mkpath(QFileInfo(target).absolutePath()) || !QFile::copy(sample, target))
-        return {};
-    return target;
+    QFile sample(sampleSong());
+    return sample.open(QIODevice::ReadOnly) ? addFile(relativePath, sample.readAll()) : QString();
 }
 
 QString MusicFolder::addFile(const QString& relativePath, const QByteArray& contents) {

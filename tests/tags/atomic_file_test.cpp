@@ -100,8 +100,7 @@ private slots:
         QVERIFY(writeFile(at("song.mp3"), old));
         struct rlimit previous {};
         QCOMPARE(::getrlimit(RLIMIT_FSIZE, &previous), 0);
-        struct rlimit limited = previous;
-        limited.rlim_cur = 64 * 1024;
+        const struct rlimit limited = {64 * 1024, previous.rlim_max};
         const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
         QCOMPARE(::setrlimit(RLIMIT_FSIZE, &limited), 0);
         const std::optional<QString> error =

@@ -29,20 +29,13 @@ QByteArray bytes(std::initializer_list<int> values) {
     return result;
 }
 
-// The four size bytes of an ID3v2 header, written out here independently of the writer.
-QByteArray sizeBytes(quint32 n) {
-    return bytes({int(n >> 21) & 0x7F, int(n >> 14) & 0x7F, int(n >> 7) & 0x7F, int(n) & 0x7F});
-}
-
-QByteArray id3Header(int version, int flags, quint32 size) {
-    return "ID3" + bytes({version, 0, flags}) + sizeBytes(size);
+// An ID3v2 header, its size bytes written out here independently of the writer.
+QByteArray id3Header(int version, int flags, quint32 n) {
+    return "ID3" + bytes({version, 0, flags, int(n >> 21) & 0x7F, int(n >> 14) & 0x7F, int(n >> 7) & 0x7F,
+                          int(n) & 0x7F});
 }
 
 const QByteArray oldTrailer = "TAG" + QByteArray(125, 'o');
-
-QByteArray padded(const QByteArray& text, int size) {
-    return text + QByteArray(size - text.size(), '\0');
-}
 
 // MPEG audio without any tag, made once per program.
 QByteArray plainAudio() {
@@ -142,8 +135,9 @@ private slots:
         row("ID3v1.1 layout",
             ID3TagWriter::buildID3v1Tag(
                 {"Title", "Artist", "Album", "Album Artist", "7", "1997-05-01", "Pop", "Note"}),
-            "TAG" + padded("Title", 30) + padded("Artist", 30) + padded("Album", 30) + "1997" +
-                padded("Note", 28) + bytes({0, 7, 13}));
+            "TAG" + QByteArray("Title").leftJustified(30, 0) + QByteArray("Artist").leftJustified(30, 0) +
+                QByteArray("Album").leftJustified(30, 0) + "1997" + QByteArray("Note").leftJustified(28, 0) +
+                bytes({0, 7, 13}));
         const auto ends = [](const QString& track, const QString& genre) {
             return ID3TagWriter::buildID3v1Tag({{}, {}, {}, {}, track, {}, genre, {}}).right(2);
         };
@@ -181,8 +175,9 @@ private slots:
         if (audio.isEmpty())
             QSKIP("ffmpeg cannot make an MP3 here");
         const QByteArray body = bytes({0, 0, 0, 6, 1, 0}) + "TIT2" + bytes({0, 0, 0, 4, 0, 0, 3}) + "Old";
-        const QByteArray tagged = id3Header(4, 0x50, quint32(body.size())) + body + "3DI" +
-                                  bytes({4, 0, 0x50}) + sizeBytes(quint32(body.size())) + audio + oldTrailer;
+        const QByteArray tagged = id3Header(4, 0x50, quint32(body.size())) + body +
+                                  id3Header(4, 0x50, quint32(body.size())).replace(0, 3, "3DI") + audio +
+                                  oldTrailer;
         const QByteArray artwork = "\xFF\xD8\xFF" + QByteArray(5000, 'j');
         for (const auto& [name, old] :
              {std::pair<QString, QByteArray>("SONG.MP3", audio), {"song.mp3", tagged}}) {
@@ -232,32 +227,32 @@ private slots:
             "The tags for song.mp3 would be larger than an MP3 tag can hold (256 MB); nothing was changed.");
     }
 
-    // A read-only folder and a full disk: the reason comes back and the file and its folder are untouched.
+    // A full disk and a read-only folder: the reason comes back and the file and its folder are untouched.
     void unwritable() {
         const QByteArray audio = plainAudio();
         if (audio.isEmpty())
             QSKIP("ffmpeg cannot make an MP3 here");
-        const auto unsaved = [](const QString& path, const QByteArray& artwork, int errorNumber) {
+        fixtures::ScratchMount disk(audio.size() + 64 * 1024);
+        QTemporaryDir plain;
+        const QString path = (disk.isValid() ? disk.path() : plain.path()) + "/song.mp3";
+        QVERIFY(writeFile(path, audio));
+        const auto unsaved = [&](const QByteArray& artwork, int errorNumber) {
             expectRefusal(path, artwork, Kind::Unwritable,
                           QStringLiteral("Couldn't save song.mp3: %1.").arg(qt_error_string(errorNumber)));
         };
-        // Root writes through permission bits, so as root the read-only folder is a read-only mount.
-        std::optional<fixtures::ScratchMount> mount;
-        if (::geteuid() == 0)
-            mount.emplace(16 << 20);
-        QTemporaryDir plain;
-        const QString folder = mount ? mount->path() : plain.path();
-        if (!mount || mount->isValid()) {
-            QVERIFY(writeFile(folder + "/song.mp3", audio));
-            QVERIFY(mount ? mount->makeReadOnly() : ::chmod(QFile::encodeName(folder), 0555) == 0);
-            const auto unlock = qScopeGuard([&] { ::chmod(QFile::encodeName(folder), 0755); });
-            unsaved(folder + "/song.mp3", QByteArray(), mount ? EROFS : EACCES);
+        if (disk.isValid()) {
+            unsaved("\xFF\xD8\xFF" + QByteArray(256 * 1024, 'j'), ENOSPC);
+            QVERIFY(disk.makeReadOnly());
+            unsaved(QByteArray(), EROFS);
+            return;
         }
-        fixtures::ScratchMount disk(audio.size() + 64 * 1024);
-        if (!disk.isValid())
+        // Root writes through permission bits, so there only a read-only mount makes a read-only folder.
+        if (::geteuid() == 0)
             QSKIP("cannot mount a small file system here");
-        QVERIFY(writeFile(disk.path() + "/song.mp3", audio));
-        unsaved(disk.path() + "/song.mp3", "\xFF\xD8\xFF" + QByteArray(256 * 1024, 'j'), ENOSPC);
+        QCOMPARE(::chmod(QFile::encodeName(plain.path()), 0555), 0);
+        const auto unlock = qScopeGuard([&] { ::chmod(QFile::encodeName(plain.path()), 0755); });
+        unsaved(QByteArray(), EACCES);
+        QSKIP("cannot mount a small file system here for a full disk");
     }
 };
 

@@ -18,14 +18,6 @@ RemoteMetadata musicBrainzRecord() {
         "Something", "the beatles", "  Abbey Road ", {}, "2/17", "1969", "Rock", {}, "MusicBrainz", 97};
 }
 
-const MetadataField& row(const QString& id) {
-    for (const MetadataField& field : MetadataField::all()) {
-        if (field.id == id)
-            return field;
-    }
-    qFatal("no row %s", qPrintable(id));
-}
-
 } // namespace
 
 class MetadataComparisonTest : public QObject {
@@ -63,12 +55,10 @@ private slots:
             << "\u0915\u093F" << Optional("\u0915\u0941") << Optional("\u0915\u0941");
         QTest::addRow("decomposed against precomposed")
             << "Beyonce\u0301" << Optional("BEYONC\u00C9") << none;
-        QTest::addRow("two marks on one letter") << "Vi\u1EC7t" << Optional("viet") << none;
         QTest::addRow("dotted capital I") << "istanbul" << Optional("İstanbul") << none;
         QTest::addRow("capital I under any locale") << "title" << Optional("TITLE") << none;
         QTest::addRow("sharp s folds to ss") << "STRASSE" << Optional("Straße") << none;
         QTest::addRow("ligature folds to letters") << "Final" << Optional("\uFB01nal") << none;
-        QTest::addRow("outside the BMP, equal") << "🎵 Song" << Optional("🎵 song") << none;
         QTest::addRow("local padded") << "\n Abbey Road\r\n" << Optional("Abbey Road") << none;
         QTest::addRow("inner blanks count")
             << "Abbey  Road" << Optional("Abbey Road") << Optional("Abbey Road");
@@ -84,20 +74,20 @@ private slots:
         QFETCH(Optional, remote);
         QFETCH(Optional, expected);
         // The rule is the same on every row; run it on two rows so that a row-specific slip shows up.
-        for (const QString& id : {QStringLiteral("title"), QStringLiteral("comment")}) {
+        for (const MetadataField& field : {MetadataField::all().first(), MetadataField::all().last()}) {
             RemoteMetadata record;
-            record.*row(id).remote = remote;
-            QCOMPARE(suggestion(row(id), local, record), expected);
+            record.*field.remote = remote;
+            QCOMPARE(suggestion(field, local, record), expected);
         }
     }
 
     void applyingSuggestions() {
         QCOMPARE(differingFieldCount(MusicMetadata(), std::nullopt), 0);
-        QCOMPARE(suggestion(row("title"), QString(), std::nullopt), Optional());
+        QCOMPARE(suggestion(MetadataField::all().first(), QString(), std::nullopt), Optional());
 
         const RemoteMetadata remote = musicBrainzRecord();
         MusicMetadata draft = sampleDraft();
-        applySuggestion(row("track"), "2/17", draft);
+        applySuggestion(MetadataField::all()[4], "2/17", draft);
         QCOMPARE(draft.trackNumber, "2/17");
         QCOMPARE(differingFieldCount(draft, remote), 1); // the title still differs
         draft.trackNumber = "2"; // edited away from the proposal: the suggestion is back
@@ -116,33 +106,32 @@ private slots:
     }
 
     void musicMetadataEquality() {
-        const auto equal = [](const QString& id, const QString& a, const QString& b) {
+        const auto equal = [](QString MusicMetadata::*field, const QString& a, const QString& b) {
             MusicMetadata first = sampleDraft();
             MusicMetadata second = sampleDraft();
-            first.*row(id).local = a;
-            second.*row(id).local = b;
+            first.*field = a;
+            second.*field = b;
             return first == second;
         };
         for (const MetadataField& field : MetadataField::all())
-            QVERIFY2(!equal(field.id, "one", "two"), qPrintable(field.id));
-        QVERIFY(equal("artist", "Caf\u00E9", "Cafe\u0301"));
-        QVERIFY(!equal("genre", "rock", "Rock"));
-        QVERIFY(!equal("year", "1969", "1969 "));
-        QVERIFY(!equal("title", "\uFB01", "fi")); // a compatibility form is other text
+            QVERIFY2(!equal(field.local, "one", "two"), qPrintable(field.id));
+        QVERIFY(equal(&MusicMetadata::artist, "Caf\u00E9", "Cafe\u0301"));
+        QVERIFY(!equal(&MusicMetadata::genre, "rock", "Rock"));
+        QVERIFY(!equal(&MusicMetadata::year, "1969", "1969 "));
+        QVERIFY(!equal(&MusicMetadata::title, "\uFB01", "fi")); // a compatibility form is other text
     }
 
     void remoteMetadataEquality() {
-        const RemoteMetadata base = musicBrainzRecord();
-        const auto changed = [&](auto change) {
-            RemoteMetadata copy = base;
-            change(copy);
-            return copy;
-        };
-        QVERIFY(!(changed([](auto& r) { r.albumArtist = ""; }) == base)); // present but empty is not absent
-        QVERIFY(changed([](auto& r) { r.artist = "Beyonc\u00E9"; }) ==
-                changed([](auto& r) { r.artist = "Beyonce\u0301"; }));
-        QVERIFY(!(changed([](auto& r) { r.confidence = 96; }) == base));
-        QVERIFY(!(changed([](auto& r) { r.sourceName = "Discogs"; }) == base));
+        RemoteMetadata composed = musicBrainzRecord(), decomposed = composed, empty = composed,
+                       scored = composed, source = composed;
+        composed.artist = "Beyonc\u00E9";
+        decomposed.artist = "Beyonce\u0301";
+        QVERIFY(composed == decomposed);
+        empty.albumArtist = ""; // present but empty is not absent
+        scored.confidence = 96;
+        source.sourceName = "Discogs";
+        for (const RemoteMetadata& other : {empty, scored, source})
+            QVERIFY(!(other == musicBrainzRecord()));
     }
 };
 

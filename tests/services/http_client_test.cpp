@@ -25,10 +25,15 @@ class HttpClientTest : public QObject {
                                          : HttpReply{}; // an unfinished fetch fails later checks
     }
 
+    enum Server {
+        Plain,
+        Untrusted,
+        Trusted
+    }; // Untrusted and Trusted speak TLS with a self-signed certificate
+
     QTemporaryDir m_dir;
-    QSslCertificate m_certificate; // self-signed for 127.0.0.1; null without openssl
-    QSslKey m_key;
     QSslConfiguration m_defaultTls = QSslConfiguration::defaultConfiguration();
+    QSslConfiguration m_serverTls; // without a certificate when openssl is missing
 
 private slots:
     void initTestCase() {
@@ -41,82 +46,62 @@ private slots:
                                 "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1"})
                      .exitCode,
                  0);
-        m_key = QSslKey(fixtures::readFile(key), QSsl::Ec);
-        m_certificate = QSslCertificate::fromPath(certificate).value(0);
-        QVERIFY(!m_key.isNull() && !m_certificate.isNull());
+        m_serverTls.setPrivateKey(QSslKey(fixtures::readFile(key), QSsl::Ec));
+        m_serverTls.setLocalCertificate(QSslCertificate::fromPath(certificate).value(0));
+        QVERIFY(!m_serverTls.privateKey().isNull() && !m_serverTls.localCertificate().isNull());
     }
 
     void cleanup() { QSslConfiguration::setDefaultConfiguration(m_defaultTls); }
 
-    void plainAnswers_data() {
+    void answers_data() {
+        QTest::addColumn<int>("server");
         QTest::addColumn<Response>("response");
         QTest::addColumn<Error>("error");
         QTest::addColumn<qint64>("kept");
         QTest::addColumn<int>("requests");
+        const auto row = [](const char* name, Server server, const Response& response, Error error,
+                            qint64 kept, int requests) {
+            QTest::addRow("%s", name) << int(server) << response << error << kept << requests;
+        };
         const qint64 cap = HttpClient::maxBodyBytes;
-        QTest::addRow("exactly the cap")
-            << Response::json(QByteArray(cap, 'x')) << Error::NoError << cap << 1;
-        QTest::addRow("one byte over, length announced")
-            << Response::json(QByteArray(cap + 1, 'x')) << Error::UnknownContentError << 0ll << 1;
-        QTest::addRow("a gigabyte without a length")
-            << Response::endlessBody() << Error::UnknownContentError << 0ll << 1;
-        QTest::addRow("redirect to a file")
-            << Response::redirect("file:///etc/passwd") << Error::InsecureRedirectError << 0ll << 1;
-        QTest::addRow("redirect loop") << Response::redirect("/body?again") << Error::TooManyRedirectsError
-                                       << 0ll << 1 + HttpClient::maxRedirects;
+        row("exactly the cap", Plain, Response::json(QByteArray(cap, 'x')), Error::NoError, cap, 1);
+        row("one byte over, length announced", Plain, Response::json(QByteArray(cap + 1, 'x')),
+            Error::UnknownContentError, 0, 1);
+        row("a gigabyte without a length", Plain, Response::endlessBody(), Error::UnknownContentError, 0, 1);
+        row("redirect to a file", Plain, Response::redirect("file:///etc/passwd"),
+            Error::InsecureRedirectError, 0, 1);
+        row("redirect loop", Plain, Response::redirect("/body?again"), Error::TooManyRedirectsError, 0,
+            1 + HttpClient::maxRedirects);
+        row("untrusted certificate", Untrusted, Response::json("{}"), Error::SslHandshakeFailedError, 0, 0);
+        row("redirect to https followed", Trusted, Response::redirect("/ok"), Error::NoError, 2, 2);
+        row("redirect to http refused", Trusted, Response::redirect("http://127.0.0.1:1/ok"),
+            Error::InsecureRedirectError, 0, 1);
     }
 
-    void plainAnswers() {
+    void answers() {
+        QFETCH(int, server);
         QFETCH(Response, response);
         QFETCH(Error, error);
         QFETCH(qint64, kept);
         QFETCH(int, requests);
-        LocalHttpServer server;
-        QVERIFY(server.start());
-        server.serve("/body", response);
-        const HttpReply reply = fetch(server.url("/body"));
+        if (server != Plain && m_serverTls.localCertificate().isNull())
+            QSKIP("openssl is needed to make a certificate");
+        LocalHttpServer local;
+        QVERIFY(local.start(server == Plain ? nullptr : &m_serverTls));
+        local.serve("/body", response);
+        local.serve("/ok", Response::json("{}"));
+        if (server == Trusted) {
+            QSslConfiguration trusting = m_defaultTls;
+            trusting.addCaCertificate(m_serverTls.localCertificate());
+            QSslConfiguration::setDefaultConfiguration(trusting);
+        }
+        const HttpReply reply = fetch(local.url("/body"));
         QCOMPARE(reply.networkError, error);
         QCOMPARE(reply.body.size(), kept);
         QCOMPARE(reply.errorText.isEmpty(), error == Error::NoError);
-        QCOMPARE(server.requests().size(), requests);
-    }
-
-    void tls_data() {
-        QTest::addColumn<bool>("trusted");
-        QTest::addColumn<QByteArray>("path");
-        QTest::addColumn<Error>("error");
-        QTest::addColumn<int>("requests");
-        QTest::addRow("untrusted certificate")
-            << false << QByteArray("/ok") << Error::SslHandshakeFailedError << 0;
-        QTest::addRow("redirect to https followed") << true << QByteArray("/secure") << Error::NoError << 2;
-        QTest::addRow("redirect to http refused")
-            << true << QByteArray("/plain") << Error::InsecureRedirectError << 1;
-    }
-
-    void tls() {
-        QFETCH(bool, trusted);
-        QFETCH(QByteArray, path);
-        QFETCH(Error, error);
-        QFETCH(int, requests);
-        LocalHttpServer server, plain;
-        if (m_certificate.isNull() || !server.startTls(m_certificate, m_key))
-            QSKIP("openssl is needed to make a certificate");
-        QVERIFY(plain.start());
-        server.serve("/ok", Response::json("{}"));
-        server.serve("/secure", Response::redirect(server.url("/ok").toEncoded(), 301));
-        server.serve("/plain", Response::redirect(plain.url("/ok").toEncoded(), 301));
-        if (trusted) {
-            QSslConfiguration trusting = m_defaultTls;
-            trusting.addCaCertificate(m_certificate);
-            QSslConfiguration::setDefaultConfiguration(trusting);
-        }
-        const HttpReply reply = fetch(server.url(path));
-        QCOMPARE(reply.networkError, error);
-        QCOMPARE(reply.body, error == Error::NoError ? QByteArray("{}") : QByteArray());
         // A refused certificate is a connection that could not be made; a refused redirect is not.
         QCOMPARE(reply.isOffline(), error == Error::SslHandshakeFailedError);
-        QCOMPARE(server.requests().size(), requests);
-        QVERIFY(plain.requests().isEmpty());
+        QCOMPARE(local.requests().size(), requests);
     }
 };
 

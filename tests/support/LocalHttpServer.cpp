@@ -4,38 +4,18 @@
 #include <QSslServer>
 #include <QTcpSocket>
 
-namespace {
-
-constexpr qint64 streamChunk = 64 * 1024;
-constexpr qint64 streamLimit = qint64(1) << 30;
-
-} // namespace
-
-bool LocalHttpServer::start() {
-    return listen(new QTcpServer(this));
-}
-
-bool LocalHttpServer::startTls(const QSslCertificate& certificate, const QSslKey& key) {
-    auto* server = new QSslServer(this);
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setLocalCertificate(certificate);
-    tls.setPrivateKey(key);
-    server->setSslConfiguration(tls);
-    return listen(server);
-}
-
-bool LocalHttpServer::listen(QTcpServer* server) {
-    m_server = server;
+bool LocalHttpServer::start(const QSslConfiguration* tls) {
+    m_server = tls ? new QSslServer(this) : new QTcpServer(this);
+    if (tls)
+        static_cast<QSslServer*>(m_server)->setSslConfiguration(*tls);
     // Emitted once a connection is ready to use, which for TLS is after the handshake.
-    connect(server, &QTcpServer::pendingConnectionAvailable, this, &LocalHttpServer::accept);
-    return server->listen(QHostAddress::LocalHost, 0);
+    connect(m_server, &QTcpServer::pendingConnectionAvailable, this, &LocalHttpServer::accept);
+    return m_server->listen(QHostAddress::LocalHost, 0);
 }
 
 QUrl LocalHttpServer::url(const QByteArray& path) const {
-    return QUrl(QStringLiteral("%1://127.0.0.1:%2%3")
-                    .arg(qobject_cast<QSslServer*>(m_server) ? "https" : "http")
-                    .arg(m_server->serverPort())
-                    .arg(QString::fromUtf8(path)));
+    const QString scheme = qobject_cast<QSslServer*>(m_server) ? "https" : "http";
+    return QUrl(scheme + "://127.0.0.1:" + QString::number(m_server->serverPort()) + path);
 }
 
 quint16 LocalHttpServer::closedPort() {
@@ -88,6 +68,7 @@ void LocalHttpServer::answer(QTcpSocket* socket, const QByteArray& head) {
         // No length: the body ends only with the connection. Little is queued at a time, so the server never
         // holds much more than the client has taken.
         connect(socket, &QTcpSocket::bytesWritten, socket, [socket, sent = qint64(0)]() mutable {
+            constexpr qint64 streamChunk = 64 * 1024, streamLimit = qint64(1) << 30;
             while (socket->state() == QAbstractSocket::ConnectedState &&
                    socket->bytesToWrite() < 4 * streamChunk && sent < streamLimit) {
                 socket->write(QByteArray(streamChunk, ' '));

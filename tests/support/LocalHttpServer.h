@@ -1,15 +1,12 @@
 #pragma once
 
-#include <QByteArray>
 #include <QHash>
-#include <QList>
 #include <QObject>
 #include <QUrl>
 
 #include <chrono>
 
-class QSslCertificate;
-class QSslKey;
+class QSslConfiguration;
 class QTcpServer;
 class QTcpSocket;
 
@@ -30,12 +27,8 @@ public:
         QByteArray body{};
         QByteArray location{}; // sent as the Location header when set
 
-        static Response json(const QByteArray& body, int status = 200) {
-            return {Kind::Normal, status, body};
-        }
-        static Response redirect(const QByteArray& to, int status = 302) {
-            return {Kind::Normal, status, {}, to};
-        }
+        static Response json(QByteArray body, int status = 200) { return {Kind::Normal, status, body}; }
+        static Response redirect(QByteArray to, int status = 302) { return {Kind::Normal, status, {}, to}; }
         static Response neverAnswer() { return {Kind::NeverAnswer}; }
         static Response endlessBody() { return {Kind::EndlessBody}; }
     };
@@ -50,9 +43,9 @@ public:
 
     using QObject::QObject;
 
-    // Listens on a free port of 127.0.0.1, speaking HTTPS when given a certificate and its key.
-    bool start();
-    bool startTls(const QSslCertificate& certificate, const QSslKey& key);
+    // Listens on a free port of 127.0.0.1; speaks HTTPS when given a configuration with a certificate and
+    // key.
+    bool start(const QSslConfiguration* tls = nullptr);
     // http://127.0.0.1:<port><path>, or https:// for a TLS server
     QUrl url(const QByteArray& path) const;
     // What to answer for `path`; unknown paths get 404.
@@ -63,7 +56,6 @@ public:
     static quint16 closedPort();
 
 private:
-    bool listen(QTcpServer* server);
     void accept();
     void answer(QTcpSocket* socket, const QByteArray& head);
 

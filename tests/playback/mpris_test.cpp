@@ -17,8 +17,8 @@
 
 namespace {
 
-const QString mprisPath = QStringLiteral("/org/mpris/MediaPlayer2");
-const QString playerInterface = QStringLiteral("org.mpris.MediaPlayer2.Player");
+const QString mprisPath = "/org/mpris/MediaPlayer2";
+const QString playerInterface = "org.mpris.MediaPlayer2.Player";
 
 // Set in the copy of this program that runs against a bus address where nothing listens.
 const char* const noBusChild = "ORVELLE_MPRIS_TEST_WITHOUT_BUS";
@@ -29,14 +29,12 @@ class BusObserver : public QObject {
 
 public:
     explicit BusObserver(const QString& service)
-        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("observer"))) {
-        m_bus.connect(service, mprisPath, QStringLiteral("org.freedesktop.DBus.Properties"),
-                      QStringLiteral("PropertiesChanged"), this,
+        : m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, "observer")) {
+        m_bus.connect(service, mprisPath, "org.freedesktop.DBus.Properties", "PropertiesChanged", this,
                       SLOT(changed(QString, QVariantMap, QStringList)));
-        m_bus.connect(service, mprisPath, playerInterface, QStringLiteral("Seeked"), this,
-                      SLOT(seeked(qlonglong)));
+        m_bus.connect(service, mprisPath, playerInterface, "Seeked", this, SLOT(seeked(qlonglong)));
     }
-    ~BusObserver() override { QDBusConnection::disconnectFromBus(QStringLiteral("observer")); }
+    ~BusObserver() override { QDBusConnection::disconnectFromBus("observer"); }
 
     QList<QVariantMap> changes; // the Player interface's changed properties, one map per signal
     QList<qlonglong> seeks;     // microseconds
@@ -89,37 +87,26 @@ private:
         if (!finished.wait(20000)) {
             process.kill();
             process.waitForFinished();
-            return QStringLiteral("<%1 timed out>").arg(program);
+            return program + " timed out";
         }
         return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
     }
 
     QString playerctl(const QStringList& arguments) {
-        const QString name =
-            m_nowPlaying->serviceName().mid(QStringLiteral("org.mpris.MediaPlayer2.").size());
-        return client(QStringLiteral("playerctl"), QStringList{QStringLiteral("-p"), name} + arguments);
+        const QString name = m_nowPlaying->serviceName().mid(QString("org.mpris.MediaPlayer2.").size());
+        return client("playerctl", QStringList{"-p", name} + arguments);
     }
 
     // Calls `method` (interface.member) on the player with dbus-send; returns the reply's last line,
     // simplified (a property reads as, say, `variant boolean true`).
     QString call(const QString& method, const QStringList& arguments = {}) {
-        const QString reply =
-            client(QStringLiteral("dbus-send"),
-                   QStringList{QStringLiteral("--session"), QStringLiteral("--print-reply"),
-                               QStringLiteral("--dest=") + m_nowPlaying->serviceName(), mprisPath, method} +
-                       arguments);
-        return reply.section(QLatin1Char('\n'), -1).simplified();
+        const QStringList options{"--session", "--print-reply", "--dest=" + m_nowPlaying->serviceName(),
+                                  mprisPath, method};
+        return client("dbus-send", options + arguments).section('\n', -1).simplified();
     }
 
     QString property(const QString& name, const QString& interface = playerInterface) {
-        return call(QStringLiteral("org.freedesktop.DBus.Properties.Get"),
-                    {QStringLiteral("string:") + interface, QStringLiteral("string:") + name});
-    }
-
-    // The loaded song's mpris:trackid (playerctl shows object paths in quotes).
-    QString trackIdShown() {
-        return playerctl({QStringLiteral("metadata"), QStringLiteral("mpris:trackid")})
-            .remove(QLatin1Char('\''));
+        return call("org.freedesktop.DBus.Properties.Get", {"string:" + interface, "string:" + name});
     }
 
     // Starts the song at `index` and leaves it as asked, `position` seconds in.
@@ -131,12 +118,15 @@ private:
             m_engine->seek(position);
     }
 
+    static QString trackId(const Track& track) {
+        return "/org/orvelle/track/" + track.id.toString(QUuid::Id128);
+    }
+
 private slots:
     void initTestCase() {
         if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS"))
             QSKIP("No session bus (run under dbus-run-session)");
-        if (!fixtures::haveTool(QStringLiteral("playerctl")) ||
-            !fixtures::haveTool(QStringLiteral("dbus-send")))
+        if (!fixtures::haveTool("playerctl") || !fixtures::haveTool("dbus-send"))
             QSKIP("playerctl and dbus-send are needed");
         if (qEnvironmentVariableIsEmpty("ORVELLE_AUDIO_OUTPUT"))
             qputenv("ORVELLE_AUDIO_OUTPUT", "null");
@@ -147,7 +137,7 @@ private slots:
         m_engine.reset();
         m_home = std::make_unique<fixtures::ScratchHome>();
         // Covers go to the cache folder: keep them in the test's own.
-        qputenv("XDG_CACHE_HOME", m_home->dir.filePath(QStringLiteral("cache")).toUtf8());
+        qputenv("XDG_CACHE_HOME", m_home->dir.filePath("cache").toUtf8());
         m_backend = {};
         m_backend.duration = 200;
         m_tracks = {song("1.mp3", "Blue Train"), song("2.mp3", "Moment's Notice"),
@@ -162,48 +152,39 @@ private slots:
         QTest::addColumn<QString>("fileName");
         QTest::addColumn<QStringList>("tags"); // title, artist, album
         QTest::addColumn<std::optional<QByteArray>>("artwork");
-        QTest::addColumn<QStringList>("shown"); // title, artist, album
-        QTest::addColumn<bool>("hasCover");
+        QTest::addColumn<QString>("shown"); // title|artist|album
 
         const QStringList tags{"Giant Steps", "John Coltrane", "Giant Steps"};
+        const QString shown = tags.join('|');
         QTest::addRow("tagged, with a cover")
-            << "a.mp3" << tags << std::optional<QByteArray>(fixtures::pictureBytes("PNG", Qt::red)) << tags
-            << true;
+            << "a.mp3" << tags << std::optional(fixtures::pictureBytes("PNG", Qt::red)) << shown;
         QTest::addRow("untagged") << "01 Intro #1.mp3" << QStringList{"", "", ""}
                                   << std::optional<QByteArray>()
-                                  << QStringList{"01 Intro #1", "Unknown artist", "Unknown album"} << false;
+                                  << "01 Intro #1|Unknown artist|Unknown album";
         QTest::addRow("cover bytes that are not a picture")
-            << "b.mp3" << tags << std::optional<QByteArray>("not a picture") << tags << false;
+            << "b.mp3" << tags << std::optional<QByteArray>("not a picture") << shown;
     }
 
     void metadata() {
         QFETCH(QString, fileName);
         QFETCH(QStringList, tags);
         QFETCH(std::optional<QByteArray>, artwork);
-        QFETCH(QStringList, shown);
-        QFETCH(bool, hasCover);
-
+        QFETCH(QString, shown);
         const Track track = song(fileName, tags[0], tags[1], tags[2], artwork);
         m_engine->setQueue({track});
         m_engine->playTrack(track.id);
-        const QStringList fields =
-            playerctl({QStringLiteral("metadata"), QStringLiteral("--format"),
-                       QStringLiteral(
-                           "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{xesam:url}}|{{mpris:artUrl}}")})
-                .split('|');
-        QCOMPARE(fields.size(), 6);
-        QCOMPARE(fields.mid(0, 3), shown);
-        QCOMPARE(fields[3], QStringLiteral("200000000"));
-        // Addresses go out percent-encoded, as URIs must be.
-        QCOMPARE(fields[4], track.url.toString(QUrl::FullyEncoded));
-        QCOMPARE(trackIdShown(), QStringLiteral("/org/orvelle/track/") + track.id.toString(QUuid::Id128));
-        QCOMPARE(fields[5].isEmpty(), !hasCover);
-        if (hasCover) {
-            const QUrl artUrl(fields[5]);
-            QVERIFY(
-                artUrl.toLocalFile().startsWith(m_home->dir.filePath(QStringLiteral("cache/Orvelle/art/"))));
+
+        const QString format =
+            "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
+        // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must be.
+        // (playerctl quotes object paths.)
+        QCOMPARE(playerctl({"metadata", "--format", format}),
+                 shown + "|200000000|'" + trackId(track) + "'|" + track.url.toString(QUrl::FullyEncoded));
+        const QUrl artUrl(playerctl({"metadata", "mpris:artUrl"}));
+        const bool hasCover = artwork && *artwork != "not a picture";
+        QCOMPARE(artUrl.toLocalFile().startsWith(m_home->dir.filePath("cache/Orvelle/art/")), hasCover);
+        if (hasCover)
             QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *artwork);
-        }
     }
 
     void transport_data() {
@@ -230,36 +211,79 @@ private slots:
     void transport() {
         QFETCH(QString, start);
         QFETCH(QStringList, command);
-        const QStringList from = start.split(QLatin1Char(' '));
+        const QStringList from = start.split(' ');
         if (!start.isEmpty())
-            startAt(from[0].toInt(), from[1] == QLatin1String("paused"), from[2].toDouble());
+            startAt(from[0].toInt(), from[1] == "paused", from[2].toDouble());
 
         playerctl(command);
         // The command runs just after its reply, so before the next client is answered.
-        const QString status = playerctl({QStringLiteral("status")});
-        QTEST(
-            QStringLiteral("%1 %2 %3").arg(m_engine->currentIndex()).arg(status).arg(m_engine->currentTime()),
-            "expected");
-        if (status == QLatin1String("Paused"))
-            QCOMPARE(playerctl({QStringLiteral("position")}).toDouble(), m_engine->currentTime());
+        const QString status = playerctl({"status"});
+        QTEST(QString("%1 %2 %3").arg(m_engine->currentIndex()).arg(status).arg(m_engine->currentTime()),
+              "expected");
+        if (status == "Paused")
+            QCOMPARE(playerctl({"position"}).toDouble(), m_engine->currentTime());
+    }
+
+    // Track ids are checked: a SetPosition for a song that is no longer loaded is dropped, one for the loaded
+    // song is applied.
+    void staleSetPosition() {
+        startAt(1, true, 0);
+        QSignalSpy jumps(m_engine.get(), &PlayerEngine::seeked);
+        for (const auto& [song, microseconds] : {std::pair{0, "50000000"}, {1, "7000000"}})
+            call(playerInterface + ".SetPosition",
+                 {"objpath:" + trackId(m_tracks[song]), QString("int64:") + microseconds});
+        QTRY_COMPARE(jumps.size(), 1);
+        QCOMPARE(jumps[0][0].toDouble(), 7.0);
     }
 
     // Shuffle, loop and volume, written by playerctl and read back after the engine changes them.
     void settings() {
-        playerctl({QStringLiteral("shuffle"), QStringLiteral("On")});
-        playerctl({QStringLiteral("loop"), QStringLiteral("Track")});
-        playerctl({QStringLiteral("volume"), QStringLiteral("1.5")});
+        playerctl({"shuffle", "On"});
+        playerctl({"loop", "Track"});
+        playerctl({"volume", "1.5"});
         QTRY_VERIFY(m_engine->isShuffling() && m_engine->repeatMode() == RepeatMode::One);
         QTRY_COMPARE(m_engine->volume(), 1.0f);
 
         m_engine->setShuffling(false);
         m_engine->setRepeatMode(RepeatMode::All);
         m_engine->setVolume(0.25f);
-        QCOMPARE(playerctl({QStringLiteral("shuffle")}), QStringLiteral("Off"));
-        QCOMPARE(playerctl({QStringLiteral("loop")}), QStringLiteral("Playlist"));
-        QCOMPARE(playerctl({QStringLiteral("volume")}).toDouble(), 0.25);
-        playerctl({QStringLiteral("loop"), QStringLiteral("None")});
+        QCOMPARE(playerctl({"shuffle"}) + playerctl({"loop"}) + playerctl({"volume"}), "OffPlaylist0.250000");
+        playerctl({"loop", "None"});
         QTRY_VERIFY(m_engine->repeatMode() == RepeatMode::Off);
+    }
+
+    void capabilitiesAndIdentity() {
+        // Which of CanControl, CanPlay, CanGoNext, CanGoPrevious, CanPause, CanSeek are true.
+        const auto can = [&] {
+            QString flags;
+            for (const char* name :
+                 {"CanControl", "CanPlay", "CanGoNext", "CanGoPrevious", "CanPause", "CanSeek"})
+                flags += property(name).endsWith("true") ? '1' : '0';
+            return flags;
+        };
+        QCOMPARE(can(), "111100");
+        m_engine->playTrack(m_tracks[0].id);
+        QCOMPARE(can(), "111111");
+        m_engine->setQueue({});
+        QCOMPARE(can(), "100000");
+        QCOMPARE(playerctl({"status"}), "Stopped");
+
+        const QString root = "org.mpris.MediaPlayer2";
+        QCOMPARE(property("Identity", root) + property("CanRaise", root) + property("CanQuit", root),
+                 "variant string \"Orvelle\"variant boolean truevariant boolean true");
+        // The desktop file the entry names exists and is the program's.
+        const QString desktopEntry = property("DesktopEntry", root).section('"', 1, 1);
+        const QString desktopFile = QFINDTESTDATA("../../data/" + desktopEntry + ".desktop");
+        QCOMPARE(QSettings(desktopFile, QSettings::IniFormat).value("Desktop Entry/Name"),
+                 QVariant("Orvelle"));
+
+        QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
+        QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
+        call(root + ".Raise");
+        QCOMPARE(raise.size(), 1);
+        QCOMPARE(quit.size(), 0);
+        call(root + ".Quit");
+        QCOMPARE(quit.size(), 1);
     }
 
     // What clients are told without asking: jumps of the position and changed properties, but nothing
@@ -267,32 +291,25 @@ private slots:
     void announcements() {
         BusObserver observer(m_nowPlaying->serviceName());
         startAt(0, false, 0);
+        QTRY_COMPARE(observer.changes.size(), 1); // the song and its status
         QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
         for (double time : {30.2, 30.4}) {
             m_backend.current->m_time = time;
             QVERIFY(ticks.wait());
         }
-        // A reply comes after every signal sent before it.
-        QCOMPARE(property(QStringLiteral("PlaybackStatus")), QStringLiteral("variant string \"Playing\""));
-        observer.changes.clear();
-        QCOMPARE(observer.seeks, QList<qlonglong>());
-
         m_engine->seek(30);
         m_engine->skip(10);
         m_engine->previous();
         m_engine->pause();
         m_engine->setVolume(0.5f);
         m_engine->next();
-        QTRY_COMPARE(observer.changes.size(), 3);
+        QTRY_COMPARE(observer.changes.size(), 4);
         QCOMPARE(observer.seeks, (QList<qlonglong>{30000000, 40000000, 0}));
-        QCOMPARE(observer.changes[0],
-                 (QVariantMap{{QStringLiteral("PlaybackStatus"), QStringLiteral("Paused")}}));
-        QCOMPARE(observer.changes[1].value(QStringLiteral("Volume")).toDouble(), 0.5);
-        const QVariantMap metadata =
-            qdbus_cast<QVariantMap>(observer.changes[2].value(QStringLiteral("Metadata")));
-        QCOMPARE(metadata.value(QStringLiteral("xesam:title")), QVariant(m_tracks[1].title));
-        QCOMPARE(observer.changes[2].value(QStringLiteral("PlaybackStatus")),
-                 QVariant(QStringLiteral("Playing")));
+        QCOMPARE(observer.changes[1], (QVariantMap{{"PlaybackStatus", "Paused"}}));
+        QCOMPARE(observer.changes[2], (QVariantMap{{"Volume", 0.5}}));
+        const QVariantMap metadata = qdbus_cast<QVariantMap>(observer.changes[3].value("Metadata"));
+        QCOMPARE(metadata.value("xesam:title"), QVariant(m_tracks[1].title));
+        QCOMPARE(observer.changes[3].value("PlaybackStatus"), QVariant("Playing"));
 
         // The song starting over by itself moves the clock back too, once.
         m_engine->setRepeatMode(RepeatMode::One);
@@ -303,95 +320,35 @@ private slots:
         QCOMPARE(observer.seeks.constLast(), 0);
     }
 
-    // Track ids follow the playlist entry, not its row; a SetPosition for a song that is no longer loaded is
-    // dropped, one for the loaded song is applied.
-    void staleSetPosition() {
-        startAt(0, true, 0);
-        const QString firstSong = trackIdShown();
-        m_engine->next();
-        const QString secondSong = trackIdShown();
-        QVERIFY(firstSong != secondSong);
-        m_engine->setQueue({m_tracks[2], m_tracks[1], m_tracks[0]});
-        m_engine->seek(1); // republishes
-        QCOMPARE(trackIdShown(), secondSong);
-
-        QSignalSpy jumps(m_engine.get(), &PlayerEngine::seeked);
-        for (const auto& [song, microseconds] : {std::pair{firstSong, "50000000"}, {secondSong, "7000000"}})
-            call(playerInterface + QStringLiteral(".SetPosition"),
-                 {QStringLiteral("objpath:") + song, QStringLiteral("int64:") + microseconds});
-        QTRY_COMPARE(jumps.size(), 1);
-        QCOMPARE(jumps[0][0].toDouble(), 7.0);
-        QCOMPARE(m_engine->currentIndex(), 1);
-    }
-
-    void capabilities() {
-        // Which of CanControl, CanPlay, CanGoNext, CanGoPrevious, CanPause, CanSeek are true.
-        const auto can = [&] {
-            QString flags;
-            for (const char* name :
-                 {"CanControl", "CanPlay", "CanGoNext", "CanGoPrevious", "CanPause", "CanSeek"})
-                flags += property(QString::fromLatin1(name)).endsWith(QLatin1String("true")) ? '1' : '0';
-            return flags;
-        };
-        QCOMPARE(can(), QStringLiteral("111100"));
-        m_engine->playTrack(m_tracks[0].id);
-        QCOMPARE(can(), QStringLiteral("111111"));
-        m_engine->setQueue({});
-        QCOMPARE(can(), QStringLiteral("100000"));
-        QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Stopped"));
-    }
-
-    void identityAndWindowRequests() {
-        const QString root = QStringLiteral("org.mpris.MediaPlayer2");
-        QCOMPARE(property(QStringLiteral("Identity"), root), QStringLiteral("variant string \"Orvelle\""));
-        for (const char* can : {"CanRaise", "CanQuit"})
-            QCOMPARE(property(QString::fromLatin1(can), root), QStringLiteral("variant boolean true"));
-        // The desktop file the entry names exists and is the program's.
-        const QString desktopEntry = property(QStringLiteral("DesktopEntry"), root).section('"', 1, 1);
-        const QString desktopFile = QFINDTESTDATA(QStringLiteral("../../data/") + desktopEntry + ".desktop");
-        QVERIFY2(!desktopFile.isEmpty(), qPrintable(desktopEntry));
-        QCOMPARE(QSettings(desktopFile, QSettings::IniFormat).value(QStringLiteral("Desktop Entry/Name")),
-                 QVariant(QStringLiteral("Orvelle")));
-
-        QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
-        QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
-        call(root + QStringLiteral(".Raise"));
-        QCOMPARE(raise.size(), 1);
-        QCOMPARE(quit.size(), 0);
-        call(root + QStringLiteral(".Quit"));
-        QCOMPARE(quit.size(), 1);
-    }
-
     // A real song decoded by mpv (to the null output) is what playerctl shows, its position running on.
     void playingSongOverMpv() {
-        const Track tone = song(QStringLiteral("tone.mp3"), "A Long Tone", "The Oscillators", "Sine Waves");
+        const Track tone = song("tone.mp3", "A Long Tone", "The Oscillators", "Sine Waves");
         QVERIFY(fixtures::makeAudio(tone.url.toLocalFile(), 30));
         startEngine(MpvAudioPlayer::factory());
         m_engine->setQueue({tone});
         m_engine->play();
         QVERIFY(m_engine->isPlaying());
 
-        const QString shown = playerctl({QStringLiteral("metadata")});
+        const QString shown = playerctl({"metadata"});
         for (const char* field : {"A Long Tone", "The Oscillators", "Sine Waves"})
             QVERIFY2(shown.contains(QLatin1String(field)), qPrintable(shown));
-        const qlonglong length =
-            playerctl({QStringLiteral("metadata"), QStringLiteral("mpris:length")}).toLongLong();
+        const qlonglong length = playerctl({"metadata", "mpris:length"}).toLongLong();
         QVERIFY2(length > 29500000 && length < 30500000, qPrintable(QString::number(length)));
-        QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Playing"));
+        QCOMPARE(playerctl({"status"}), "Playing");
 
         QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
         QVERIFY(ticks.wait());
-        QVERIFY(playerctl({QStringLiteral("position")}).toDouble() > 0); // not republished: worked out
-        playerctl({QStringLiteral("pause")});
+        QVERIFY(playerctl({"position"}).toDouble() > 0); // not republished: worked out
+        playerctl({"pause"});
         QTRY_VERIFY(!m_engine->isPlaying());
-        QCOMPARE(playerctl({QStringLiteral("status")}), QStringLiteral("Paused"));
+        QCOMPARE(playerctl({"status"}), "Paused");
     }
 
     // Without a session bus the player plays on and nothing complains. Runs in a copy of this program
     // whose bus address leads nowhere, since the bus connection of a process is made once.
     void runsWithoutSessionBus() {
         if (qEnvironmentVariableIsSet(noBusChild)) {
-            QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+            QTest::failOnWarning(QRegularExpression(".*"));
             startEngine(m_backend.factory());
             QCOMPARE(m_nowPlaying->serviceName(), QString());
             m_engine->setQueue(m_tracks);
@@ -404,11 +361,10 @@ private slots:
         }
         QProcess child;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(QString::fromLatin1(noBusChild), QStringLiteral("1"));
-        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-                           QStringLiteral("unix:path=") + m_home->dir.filePath(QStringLiteral("no-bus")));
+        environment.insert(noBusChild, "1");
+        environment.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + m_home->dir.filePath("no-bus"));
         child.setProcessEnvironment(environment);
-        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("runsWithoutSessionBus")});
+        child.start(QCoreApplication::applicationFilePath(), {"runsWithoutSessionBus"});
         QVERIFY(child.waitForFinished(60000));
         const QByteArray output = child.readAllStandardOutput() + child.readAllStandardError();
         QVERIFY2(child.exitCode() == 0 && output.contains("PASS   : MprisTest::runsWithoutSessionBus()"),

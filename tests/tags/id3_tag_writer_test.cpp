@@ -53,17 +53,13 @@ MusicMetadata fullMetadata() {
                          "3/12",           "1999",      "Jazz",          "Line one\nLine two"};
 }
 
-std::optional<ID3TagWriter::WriteError> writeSample(const QString& path,
-                                                    const std::optional<QByteArray>& artwork) {
-    return ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path));
-}
-
 // The save is refused with `sentence`, and the file and its folder are as they were.
 void expectRefusal(const QString& path, const std::optional<QByteArray>& artwork, Kind kind,
                    const QString& sentence) {
     const QByteArray before = readFile(path);
     const QStringList entries = folderEntries(QFileInfo(path).path());
-    const std::optional<ID3TagWriter::WriteError> error = writeSample(path, artwork);
+    const std::optional<ID3TagWriter::WriteError> error =
+        ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path));
     QVERIFY(error);
     QCOMPARE(error->kind, kind);
     QCOMPARE(error->url, QUrl::fromLocalFile(path));
@@ -94,8 +90,6 @@ private slots:
         };
         const QString blank = " \t\n\u00A0\u2028";
         const MusicMetadata blanks{blank, blank, blank, blank, blank, blank, blank, blank};
-        row("blank values, no artwork", *ID3TagWriter::buildTag(blanks, std::nullopt),
-            QByteArray("ID3\x04\0\0\0\0\0\0", 10));
         row("blank values, empty artwork", *ID3TagWriter::buildTag(blanks, QByteArray()),
             QByteArray("ID3\x04\0\0\0\0\0\0", 10));
         row("blank trailer", ID3TagWriter::buildID3v1Tag(blanks),
@@ -186,15 +180,14 @@ private slots:
             QVERIFY(writeFile(path, old));
             const QByteArray decodedBefore = decodedAudioChecksum(path);
 
-            QCOMPARE(writeSample(path, artwork), std::nullopt);
+            QCOMPARE(ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path)), std::nullopt);
 
             const QByteArray written = readFile(path);
             QVERIFY(written == *ID3TagWriter::buildTag(fullMetadata(), artwork) + audio +
                                    ID3TagWriter::buildID3v1Tag(fullMetadata()));
             QCOMPARE(decodedAudioChecksum(path), decodedBefore);
-            QCOMPARE(writeSample(path, artwork), std::nullopt);
+            QCOMPARE(ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path)), std::nullopt);
             QVERIFY(readFile(path) == written);
-            QCOMPARE(folderEntries(dir.path()), QStringList{name});
         }
     }
 

@@ -83,12 +83,10 @@ private slots:
 
     void applyingSuggestions() {
         QCOMPARE(differingFieldCount(MusicMetadata(), std::nullopt), 0);
-        QCOMPARE(suggestion(MetadataField::all().first(), QString(), std::nullopt), Optional());
 
         const RemoteMetadata remote = musicBrainzRecord();
         MusicMetadata draft = sampleDraft();
         applySuggestion(MetadataField::all()[4], "2/17", draft);
-        QCOMPARE(draft.trackNumber, "2/17");
         QCOMPARE(differingFieldCount(draft, remote), 1); // the title still differs
         draft.trackNumber = "2"; // edited away from the proposal: the suggestion is back
         draft.album = "";

@@ -246,7 +246,9 @@ private slots:
         const QList<Track> tracks{song("a"), song("b"), song("c"), song("d")};
         store().setTracks(tracks);
         QSignalSpy changed(&store(), &LibraryStore::tracksChanged);
-        const auto id = [&](int i) { return i < 0 ? QUuid::createUuid() : tracks[i].id; };
+        const auto id = [&](int i) {
+            return i >= 0 && i < tracks.size() ? tracks[i].id : QUuid::createUuid();
+        };
         QSet<QUuid> ids;
         for (const int i : arguments)
             ids.insert(id(i));

@@ -14,9 +14,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-using fixtures::folderEntries;
-using fixtures::readFile;
-using fixtures::writeFile;
+using namespace fixtures;
 
 class AtomicFileTest : public QObject {
     Q_OBJECT
@@ -90,7 +88,6 @@ private slots:
         QCOMPARE(QFileInfo(at("outer.mp3")).symLinkTarget(), at("link.mp3"));
         QVERIFY(QFileInfo(at("link.mp3")).isSymLink());
         QCOMPARE(readFile(at("music/real.mp3")), "new");
-        QCOMPARE(folderEntries(at("music")), QStringList{"real.mp3"});
         QCOMPARE(folderEntries(m_dir->path()), (QStringList{"link.mp3", "music", "outer.mp3"}));
     }
 

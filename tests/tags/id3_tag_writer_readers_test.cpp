@@ -36,10 +36,8 @@ print(json.dumps(["v%d.%d" % tag.version[:2]] +
 
 QStringList mutagenView(const QString& path) {
     const fixtures::ToolResult result = fixtures::run(fixtures::systemPython(), {"-c", mutagenDump, path});
-    QStringList lines;
-    for (const QJsonValue& line : QJsonDocument::fromJson(result.out).array())
-        lines += line.toString();
-    return result.exitCode == 0 ? lines : QStringList{QString::fromUtf8(result.err)};
+    const QVariant lines = QJsonDocument::fromJson(result.out).array().toVariantList();
+    return result.exitCode == 0 ? lines.toStringList() : QStringList{QString::fromUtf8(result.err)};
 }
 
 QString fromTagLib(const TagLib::String& text) {

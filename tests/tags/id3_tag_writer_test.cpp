@@ -16,9 +16,7 @@
 
 namespace {
 
-using fixtures::folderEntries;
-using fixtures::readFile;
-using fixtures::writeFile;
+using namespace fixtures;
 
 using Kind = ID3TagWriter::WriteError::Kind;
 
@@ -40,11 +38,10 @@ const QByteArray oldTrailer = "TAG" + QByteArray(125, 'o');
 // MPEG audio without any tag, made once per program.
 QByteArray plainAudio() {
     static QTemporaryDir dir;
-    static const QByteArray audio = [] {
-        const QString path = dir.filePath("plain.mp3");
-        return fixtures::makeAudio(path, 1.0, {"-id3v2_version", "0", "-write_id3v1", "0"}) ? readFile(path)
-                                                                                            : QByteArray();
-    }();
+    static const QString path = dir.filePath("plain.mp3");
+    static const QByteArray audio =
+        fixtures::makeAudio(path, 1.0, {"-id3v2_version", "0", "-write_id3v1", "0"}) ? readFile(path)
+                                                                                     : QByteArray();
     return audio;
 }
 
@@ -114,12 +111,8 @@ private slots:
             const ID3TagWriter::Range range = ID3TagWriter::audioRange(data);
             return data.mid(range.start, range.length);
         };
-        row("no tags", audioOf(audio), audio);
-        row("footer flag",
-            audioOf(id3Header(4, 0x10, 20) + QByteArray(20, 't') + "3DI" + QByteArray(7, 0) + audio), audio);
         row("size bytes masked", audioOf("ID3" + bytes({3, 0, 0, 0x80, 0x80, 0x80, 0x85}) + "12345" + audio),
             audio);
-        row("tag and trailer", audioOf(tag + audio + oldTrailer), audio);
         row("127 bytes beginning TAG", audioOf(oldTrailer.chopped(1)), oldTrailer.chopped(1));
         row("9 bytes beginning ID3", audioOf(tag.first(9)), tag.first(9));
         row("second tag kept as audio", audioOf(tag + tag + audio), tag + audio);
@@ -140,17 +133,15 @@ private slots:
         row("0300 is over 255, Alt. Rock", ends("0300", "Alt. Rock"), bytes({255, 40}));
         row("huge, AlternRock", ends("99999999999999999999999", "AlternRock"), bytes({255, 255}));
         row("negative, Gangsta alone", ends("-2", "Gangsta"), bytes({0, 255}));
-        row("A1, trimmed Blues", ends("A1", "\u2028 Blues \t"), bytes({0, 0}));
-        row("leading space, numeric reference", ends(" 3", "(8)"), bytes({0, 255}));
+        row("leading space, trimmed Blues", ends(" 3", "\u2028 Blues \t"), bytes({0, 0}));
         row("empty pieces dropped, Psychedelic", ends("/5/", "Psychedelic"), bytes({5, 67}));
         row("empty, Gangsta Rap", ends("", "Gangsta Rap"), bytes({0, 59}));
-        row("non-ASCII digit", ends("\u0663", ""), bytes({0, 255}));
+        row("non-ASCII digit, numeric reference", ends("\u0663", "(8)"), bytes({0, 255}));
 
         row("Latin-1 from a decomposed letter", ID3TagWriter::latin1Field("Cafe\u0301", 4),
             bytes({'C', 'a', 'f', 0xE9}));
-        row("outside Latin-1", ID3TagWriter::latin1Field("東京 ŉ €", 8), QByteArray("?? ? ?\0\0", 8));
-        row("one ? per character beyond the BMP", ID3TagWriter::latin1Field("a😀b", 4),
-            QByteArray("a?b\0", 4));
+        row("one ? per character outside Latin-1", ID3TagWriter::latin1Field("東京 ŉ 😀", 8),
+            QByteArray("?? ? ?\0\0", 8));
         row("Latin-1 trimmed", ID3TagWriter::latin1Field("\u00A0 x\t\n", 2), QByteArray("x\0", 2));
         row("cut by bytes after conversion", ID3TagWriter::latin1Field("ééééé", 4),
             bytes({0xE9, 0xE9, 0xE9, 0xE9}));

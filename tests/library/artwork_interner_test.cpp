@@ -9,31 +9,23 @@ class ArtworkInternerTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void sharesEqualBytes_data() {
+    // Equal bytes in separate buffers come back as the first buffer, on both sides of the size from which
+    // only the head and tail are hashed; images alike but for their middle stay apart.
+    void sharesEqualBytesOnly_data() {
         QTest::addColumn<QByteArray>("image");
         QTest::addRow("small") << QByteArray("tiny image");
-        QTest::addRow("exactly two samples") << QByteArray(8192, 'a');
         QTest::addRow("large") << QByteArray(500 * 1024, 'b');
     }
-    void sharesEqualBytes() {
+    void sharesEqualBytesOnly() {
         QFETCH(QByteArray, image);
         ArtworkInterner interner;
         const QByteArray first = interner.intern(image);
-        const QByteArray copy(image.constData(), image.size()); // equal bytes, separate buffer
-        QVERIFY(copy.constData() != first.constData());
-        QCOMPARE(interner.intern(copy).constData(), first.constData());
-        QCOMPARE(interner.imageCount(), 1);
-        QCOMPARE(interner.byteCount(), image.size());
-    }
-
-    // Same size, head and tail: only the middle tells them apart.
-    void keepsImagesThatDifferInTheMiddle() {
-        ArtworkInterner interner;
-        QByteArray two(100 * 1024, 'x');
-        interner.intern(two);
-        two[50 * 1024] = 'y';
-        QCOMPARE(interner.intern(two), two);
+        QCOMPARE(interner.intern(QByteArray(image.constData(), image.size())).constData(), first.constData());
+        QByteArray other = image;
+        other[image.size() / 2] = 'y';
+        QCOMPARE(interner.intern(other).constData(), other.constData());
         QCOMPARE(interner.imageCount(), 2);
+        QCOMPARE(interner.byteCount(), 2 * image.size());
     }
 
     void releasesImagesNoOneHolds() {
@@ -44,11 +36,7 @@ private slots:
         QCOMPARE(interner.imageCount(), 1);
         QCOMPARE(interner.byteCount(), 1000);
         QCOMPARE(interner.intern(QByteArray(1000, 'k')).constData(), kept.constData());
-    }
-
-    // Without a sweep now and then, a long session would keep every cover it ever saw.
-    void sweepsOnItsOwnAsImagesComeIn() {
-        ArtworkInterner interner;
+        // Without a sweep now and then, a long session would keep every cover it ever saw.
         for (int i = 0; i < 10000; ++i)
             interner.intern(QByteArray::number(i).repeated(10));
         QVERIFY2(interner.imageCount() < 1000, qPrintable(QString::number(interner.imageCount())));

@@ -110,7 +110,8 @@ private slots:
         // name>rank, '|' between rows
         const QString rows = "cover.jpg>90|Folder.JPG>90|AlbumArt_{0A1B}_Large.jpg>100|AlbumArtwork2.jpg>80|"
                              "my cover.jpg>70|cover.jpg.png>70|scan01.jpg>20|cover_small_thumb.jpg>20|"
-                             "Thumbnail.jpg>-30|cover-back.jpg>40|cd.jpg>-10|cd1.jpg>20|feedback.jpg>20";
+                             "Thumbnail.jpg>-30|cover-back.jpg>40|cd.jpg>-10|cd1.jpg>20|feedback.jpg>20|"
+                             "front (back) large thumb.jpg>5";
         for (const QString& row : rows.split(u'|'))
             QTest::addRow("%s", qPrintable(row))
                 << row.section(u'>', 0, 0) << row.section(u'>', 1).toLongLong();

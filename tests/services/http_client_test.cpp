@@ -21,15 +21,12 @@ class HttpClientTest : public QObject {
         HttpClient client; // one of its own each time: Qt keeps a host's TLS settings with its connections
         const QFuture<HttpReply> future = client.get({url, {}, QNetworkRequest::AlwaysNetwork});
         fixtures::await(future, 20000);
-        return future.resultCount() == 1 ? future.result()
-                                         : HttpReply{}; // an unfinished fetch fails later checks
+        // An unfinished fetch gives an empty reply, which fails the checks that follow.
+        return future.resultCount() == 1 ? future.result() : HttpReply{};
     }
 
-    enum Server {
-        Plain,
-        Untrusted,
-        Trusted
-    }; // Untrusted and Trusted speak TLS with a self-signed certificate
+    // Untrusted and Trusted speak TLS with a self-signed certificate.
+    enum Server { Plain, Untrusted, Trusted };
 
     QTemporaryDir m_dir;
     QSslConfiguration m_defaultTls = QSslConfiguration::defaultConfiguration();

@@ -15,7 +15,7 @@ namespace {
 const QByteArray feedPath = "/Orvelle/update_checker/appcast.json";
 const QString malformed = QStringLiteral("The update file couldn't be read. It may be malformed.");
 
-// An offered release as the update dialog would show it: its fields that are present, in order.
+// An offered release on one line: its fields that are present, in order.
 QString offered(const UpdateChecker::Release& release) {
     return QStringLiteral("offer %1 %2 %3 %4 %5 %6")
         .arg(release.latestVersion, release.downloadURL.toString(), release.releaseDate.value_or(""),

@@ -142,8 +142,8 @@ private slots:
             "abc\n"
             "Title4=Lonely\nFile5=http://x/a",
             {"b.mp3|Second", "c.mp3"}, "list.pls");
-        row("m3u name with a [Playlist] section", "[PlayList]\nFile1=a.mp3\n#EXTINF:5,x\n", {"a.mp3"});
-        row("section found anywhere", "x.mp3\nFile1=a.mp3\n[playlist]", {"a.mp3"}, "list.m3u8");
+        row("an m3u name with a [PlayList] section anywhere", "x.mp3\nFile1=a.mp3\n#EXTINF:5,x\n[PlayList]",
+            {"a.mp3"}, "list.m3u8");
         const QString nul(QChar(0));
         static const char nulBytes[] = "a\0b.mp3\n\0\n#EXTINF:\0,\0\nc%20\0.mp3\n";
         row("nul bytes", QByteArray(nulBytes, sizeof nulBytes - 1),

@@ -140,8 +140,6 @@ private slots:
         QTest::addRow("untagged") << "01 Intro #1.mp3" << QStringList{"", "", ""}
                                   << std::optional<QByteArray>()
                                   << "01 Intro #1|Unknown artist|Unknown album";
-        QTest::addRow("cover bytes that are not a picture")
-            << "b.mp3" << tags << std::optional<QByteArray>("not a picture") << shown;
     }
 
     void metadata() {
@@ -160,7 +158,7 @@ private slots:
         QCOMPARE(playerctl({"metadata", "--format", format}),
                  shown + "|200000000|'" + trackId(track) + "'|" + track.url.toString(QUrl::FullyEncoded));
         const QUrl artUrl(playerctl({"metadata", "mpris:artUrl"}));
-        const bool hasCover = artwork && *artwork != "not a picture";
+        const bool hasCover = artwork.has_value();
         QCOMPARE(artUrl.toLocalFile().startsWith(m_home->dir.filePath("cache/Orvelle/art/")), hasCover);
         if (hasCover)
             QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *artwork);

@@ -256,6 +256,19 @@ private slots:
             "t = ID3(); frames(t, TIT2='T', TPE1='A', TALB='B', TDRC='1984', TRCK='7', TCON='(40)')\n"
             "t.save(p, v1=2); id3.delete(p, delete_v1=False, delete_v2=True)",
             "T|A|B||7|1984|Alt. Rock|");
+        // Nothing writes ID3v2.2 any more: its three-letter frames, by hand.
+        row("mp3 id3v2.2", "mp3", R"(def v22(i, d): return i + len(d).to_bytes(3, 'big') + d
+texts = [(b'TT2', b'Title'), (b'TP1', b'Artist'), (b'TAL', b'Album'), (b'TP2', b'Band'), (b'TRK', b'3/12')]
+texts += [(b'TYE', b'2019'), (b'TCO', b'(17)'), (b'COM', b'eng\0Comment'), (b'PIC', b'JPG\3\0' + img)]
+body = b''.join(v22(i, b'\0' + t) for i, t in texts); n = len(body); audio = open(p, 'rb').read()
+open(p, 'wb').write(b'ID3\2\0\0' + bytes([n >> 21 & 127, n >> 14 & 127, n >> 7 & 127, n & 127]) + body + audio))",
+            all);
+        row("mp3 ape over id3v1", "mp3", R"(from mutagen.apev2 import APEv2, APEValue, BINARY
+a = APEv2(); a.update({'Title': 'Title', 'Artist': 'Artist', 'Album': 'Album', 'Album Artist': 'Band'})
+a.update({'Track': '3/12', 'Year': '2019', 'Genre': 'Rock', 'Comment': 'Comment'})
+a['Cover Art (Front)'] = APEValue(b'c.jpg\0' + img, BINARY); a.save(p)
+t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=False, delete_v2=True))",
+            all);
         row("m4a atoms", "m4a",
             "f = MP4(p); f.update({'\\xa9nam': 'Title', '\\xa9ART': 'Artist', '\\xa9alb': 'Album'})\n"
             "f.update({'aART': 'Band', 'trkn': [(3, 12)], '\\xa9day': '2019-05-03T00:00:00Z'})\n"
@@ -397,19 +410,10 @@ private slots:
         QCOMPARE(track.title, QString::fromUtf8("caf\uFFFD \uFFFD"));
     }
 
-    // Files other tools wrote: ID3v2.2 and APE tags, which nothing here can write, and damaged files.
+    // Damaged files other tools wrote.
     void readsCorpusFiles_data() {
         QTest::addColumn<QString>("file");
-        QTest::addColumn<QString>("expected"); // the start of textFields
-        QTest::addRow("id3v2.2") << "mutagen/tests/data/id3v22-test.mp3"
-                                 << "cosmic american|Anais Mitchell|Hymns for the Exiled||3/11|2004||"
-                                    "Waterbug Records, www.anaismitchell.com";
-        QTest::addRow("id3v2.2 picture")
-            << "taglib/tests/data/itunes10.mp3"
-            << "iTunes10MP3|Artist|Album|Album Artist|1/10|2011|Heavy Metal|Comments";
-        QTest::addRow("ape then id3v1") << "taglib/tests/data/ape-id3v1.mp3"
-                                        << "Title|";
-        for (const char* other :
+        for (const char* file :
              {"mutagen/tests/data/emptyfile.mp3", "mutagen/tests/data/too-short.mp3",
               "taglib/tests/data/excessive_alloc.mp3", "taglib/tests/data/compressed_id3_frame.mp3",
               "taglib/tests/data/extended-header.mp3", "taglib/tests/data/garbage.mp3",
@@ -418,19 +422,15 @@ private slots:
               "taglib/tests/data/duplicate_tags.wav", "taglib/tests/data/rare_frames.mp3",
               "taglib/tests/data/duplicate_id3v2.mp3", "mutagen/tests/data/bad-TYER-frame.mp3",
               "mutagen/tests/data/id3v1v2-combined.mp3", "mutagen/tests/data/has-tags.m4a"})
-            QTest::addRow("%s", other) << other << QString();
+            QTest::addRow("%s", file) << file;
     }
     void readsCorpusFiles() {
         QFETCH(QString, file);
-        QFETCH(QString, expected);
         const QString local = fixtures::corpusFile(file);
         if (local.isEmpty())
             QSKIP("the shared corpus is not beside the checkout");
         const Track track = loadWith(local, FileMetadataReader());
-        QVERIFY2(textFields(track).startsWith(expected), qPrintable(textFields(track)));
         QVERIFY(!track.isMissing && std::isfinite(track.duration) && track.duration >= 0);
-        if (file.endsWith("itunes10.mp3"))
-            QCOMPARE(track.artworkSource, ArtworkSource::embedded());
     }
 };
 

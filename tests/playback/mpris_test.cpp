@@ -125,41 +125,27 @@ private slots:
         m_engine->setQueue(m_tracks);
     }
 
-    void metadata_data() {
-        QTest::addColumn<QString>("fileName");
-        QTest::addColumn<QStringList>("tags"); // title, artist, album
-        QTest::addColumn<std::optional<QByteArray>>("artwork");
-        QTest::addColumn<QString>("shown"); // title|artist|album
-
-        const QStringList tags{"Giant Steps", "John Coltrane", "Giant Steps"};
-        const QString shown = tags.join('|');
-        QTest::addRow("tagged, with a cover")
-            << "a.mp3" << tags << std::optional(fixtures::pictureBytes("PNG", Qt::red)) << shown;
-        QTest::addRow("untagged") << "01 Intro #1.mp3" << QStringList{"", "", ""}
-                                  << std::optional<QByteArray>()
-                                  << "01 Intro #1|Unknown artist|Unknown album";
-    }
-
     void metadata() {
-        QFETCH(QString, fileName);
-        QFETCH(QStringList, tags);
-        QFETCH(std::optional<QByteArray>, artwork);
-        QFETCH(QString, shown);
-        const Track track = song(fileName, tags[0], tags[1], tags[2], artwork);
-        m_engine->setQueue({track});
-        m_engine->playTrack(track.id);
-
-        const QString format =
-            "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
-        // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must be.
-        // (playerctl quotes object paths.)
-        QCOMPARE(playerctl({"metadata", "--format", format}),
-                 shown + "|200000000|'" + trackId(track) + "'|" + track.url.toString(QUrl::FullyEncoded));
-        const QUrl artUrl(playerctl({"metadata", "mpris:artUrl"}));
-        const bool hasCover = artwork.has_value();
-        QCOMPARE(artUrl.toLocalFile().startsWith(m_home->dir.filePath("cache/Orvelle/art/")), hasCover);
-        if (hasCover)
-            QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *artwork);
+        const Track tagged = song("a.mp3", "Giant Steps", "John Coltrane", "Giant Steps",
+                                  fixtures::pictureBytes("PNG", Qt::red));
+        const Track untagged = song("01 Intro #1.mp3", "", "", "");
+        for (const auto& [track, shown] : {std::pair{tagged, "Giant Steps|John Coltrane|Giant Steps"},
+                                           {untagged, "01 Intro #1|Unknown artist|Unknown album"}}) {
+            m_engine->setQueue({track});
+            m_engine->playTrack(track.id);
+            const QString format =
+                "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
+            // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must
+            // be. (playerctl quotes object paths.)
+            QCOMPARE(playerctl({"metadata", "--format", format}), QString(shown) + "|200000000|'" +
+                                                                      trackId(track) + "'|" +
+                                                                      track.url.toString(QUrl::FullyEncoded));
+            const QUrl artUrl(playerctl({"metadata", "mpris:artUrl"}));
+            QCOMPARE(artUrl.toLocalFile().startsWith(m_home->dir.filePath("cache/Orvelle/art/")),
+                     track.artwork.has_value());
+            if (track.artwork)
+                QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *track.artwork);
+        }
     }
 
     void transport_data() {

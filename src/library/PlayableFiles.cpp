@@ -19,7 +19,8 @@ bool hasPlayableExtension(const QFileInfo& info) {
 }
 
 // Every playable path below `root`, unsorted. Folders are tracked by canonical path, which is what makes
-// a symbolic link back up the tree harmless.
+// a symbolic link back up the tree harmless. They are visited depth first in natural order, so a folder
+// reached by two paths (one through a link) is always listed under the one that comes first.
 QStringList enumerateFolder(const QString& root) {
     QStringList found;
     QSet<QString> visited;
@@ -36,14 +37,19 @@ QStringList enumerateFolder(const QString& root) {
         }
         // Without QDir::Hidden the iterator leaves out names beginning with a dot.
         QDirIterator it(folder, QDir::AllEntries | QDir::NoDotAndDotDot);
+        QStringList subfolders;
         while (it.hasNext()) {
             it.next();
             const QFileInfo info = it.fileInfo();
             if (hasPlayableExtension(info))
                 found.append(info.filePath());
             if (info.isDir())
-                pending.append(info.filePath());
+                subfolders.append(info.filePath());
         }
+        // Last in, first out: the folder first in natural order is visited next.
+        std::sort(subfolders.begin(), subfolders.end(),
+                  [](const QString& a, const QString& b) { return naturalLess(b, a); });
+        pending.append(subfolders);
     }
     return found;
 }

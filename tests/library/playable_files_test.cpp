@@ -47,6 +47,9 @@ private slots:
         elsewhere.addFile("x/3.mp3");
         QVERIFY(QFile::link(music.filePath("lib"), music.filePath("lib/Disc 2/back")));
         QVERIFY(QFile::link(elsewhere.filePath("x"), music.filePath("lib/linked")));
+        for (int i = 0; i < 10; ++i) // a folder reached twice is listed under its first path
+            QVERIFY(QFile::link(music.filePath("lib/Disc 2"),
+                                music.filePath(QStringLiteral("lib/link %1").arg(i))));
         // The superuser reads every folder.
         const bool locked = geteuid() != 0 && QFile::setPermissions(music.filePath("lib/locked"), {});
         QStringList found;

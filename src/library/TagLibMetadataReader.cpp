@@ -217,10 +217,11 @@ Mp4Genres genres(TagLib::MP4::File& file, const QString& userGenre) {
     if (const auto text = itemData(file, atoms, "\251gen"))
         read.user = QString::fromUtf8(text->data(), int(text->size()));
     if (const auto code = itemData(file, atoms, "gnre"); code && code->size() >= 2) {
-        // The ID3v1 code plus one.
+        // The ID3v1 code plus one; codes past the program's table keep TagLib's name, as in ID3v1 tags.
         const int index = code->toShort(0U) - 1;
-        if (index >= 0 && index < Id3Genres::names().size())
-            read.predefined = Id3Genres::names().at(index);
+        if (index >= 0)
+            read.predefined = index < Id3Genres::names().size() ? Id3Genres::names().at(index)
+                                                                : qString(TagLib::ID3v1::genre(index));
     }
     return read;
 }

@@ -254,12 +254,15 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         row("m4a author, track without total", "m4a",
             "f = MP4(p); f['\\xa9aut'] = 'Author'; f['trkn'] = [(5, 0)]; f.save()", "Tone|Author|||5|||");
         // mutagen writes no predefined genre: a user genre of the code's two bytes is turned into one.
-        row("m4a predefined genre", "m4a",
-            "f = MP4(p); f['\\xa9gen'] = '\\x00\\x29'; f.save(); b = open(p, 'rb').read()\n"
-            "b = b.replace(b'\\xa9gen\\0\\0\\0\\x12data\\0\\0\\0\\x01', "
-            "b'gnre\\0\\0\\0\\x12data\\0\\0\\0\\0')\n"
-            "open(p, 'wb').write(b)",
-            "Tone||||||Alt. Rock|");
+        const auto predefined = [](int code) {
+            return QStringLiteral(
+                       "f = MP4(p); f['\\xa9gen'] = '\\x00' + chr(%1); f.save(); b = open(p, 'rb').read()\n"
+                       "b = b.replace(b'\\xa9gen\\0\\0\\0\\x12data\\0\\0\\0\\x01', "
+                       "b'gnre\\0\\0\\0\\x12data\\0\\0\\0\\0')\nopen(p, 'wb').write(b)")
+                .arg(code);
+        };
+        row("m4a predefined genre", "m4a", predefined(41), "Tone||||||Alt. Rock|");
+        row("m4a predefined genre past the table", "m4a", predefined(81), "Tone||||||Folk|");
         row("flac picture block", "flac",
             "f = FLAC(p); f.update({'TITLE': 'Title', 'artist': 'Artist', 'ALBUM': 'Album'})\n"
             "f['ALBUMARTIST'] = 'Band'\n"

@@ -53,6 +53,7 @@ LibraryStore::LibraryStore(QSettings* settings, AudioPlayerFactory playerFactory
     , m_chooser(std::move(chooser))
     , m_bookmarks(settings) {
     m_sessionSaveTimer.setSingleShot(true);
+    m_sessionSaveTimer.setTimerType(Qt::PreciseTimer); // a coarse timer may fire up to 5% early
     m_sessionSaveTimer.setInterval(sessionSaveDelay);
     connect(&m_sessionSaveTimer, &QTimer::timeout, this, &LibraryStore::writeSession);
 }

@@ -5,7 +5,6 @@
 
 #include <QFile>
 #include <QHash>
-#include <QList>
 #include <QPointer>
 
 #include <memory>

@@ -89,16 +89,17 @@ private slots:
         newEngine();
     }
 
-    void move_data() {
-        // "ends", "ends badly", "next", "previous" or "decode:" + sentence
-        QTest::addColumn<QString>("action");
+    void flow_data() {
+        QTest::addColumn<QString>("queue"); // o plays, m missing, u unreadable
         QTest::addColumn<RepeatMode>("mode");
-        QTest::addColumn<int>("start"); // of three songs, with the player this far in
+        QTest::addColumn<int>("start"); // the song started, its player this far in; -1: play() from nothing
         QTest::addColumn<double>("position");
+        // then "ends", "ends badly", "next", "previous", "decode:" + sentence, or "" (nothing more)
+        QTest::addColumn<QString>("action");
         QTest::addColumn<QString>("expected");
 
         const auto last = [](const char* name, const char* action, RepeatMode mode, const QString& expected) {
-            QTest::addRow("%s", name) << action << mode << 2 << 42.0 << expected;
+            QTest::addRow("%s", name) << "ooo" << mode << 2 << 42.0 << action << expected;
         };
         last("repeat off: paused at its start", "ends", RepeatMode::Off, "2 not playing at 0 s");
         last("repeat all: wraps", "ends", RepeatMode::All, "0 playing at 0 s");
@@ -110,21 +111,41 @@ private slots:
         last("decode error without a sentence", "decode:", RepeatMode::Off,
              "2 not playing at 0 s: The file stopped decoding partway through.");
         const auto previous = [](const char* name, int start, double position, const char* expected) {
-            QTest::addRow("%s", name) << "previous" << RepeatMode::Off << start << position << expected;
+            QTest::addRow("%s", name)
+                << "ooo" << RepeatMode::Off << start << position << "previous" << expected;
         };
         previous("previous at 3.0 s: previous song", 1, 3.0, "0 playing at 0 s");
         previous("previous at 3.01 s: restart", 1, 3.01, "1 playing at 0 s");
         previous("previous on the first song: the last", 0, 1.0, "2 playing at 0 s");
+        const auto play = [](const char* name, const char* queue, const char* action,
+                             const QString& expected) {
+            QTest::addRow("%s", name) << queue << RepeatMode::Off << -1 << 0.0 << action << expected;
+        };
+        const QString failed = " not playing, no player: ";
+        play("an empty queue: nothing", "", "", "-1 not playing, no player");
+        play("five failures in a row stop", "mmumuo", "",
+             "4" + failed + "Stopped \u2014 several files in a row couldn't be played.");
+        // The decode error after the start does not count either.
+        play("a start resets the count", "mmmmommmmo", "decode:", "9 playing at 0 s");
+        play("missing last song", "om", "decode:", "1" + failed + "s1 isn't where the playlist says it is.");
+        play("unreadable last song", "ou",
+             "decode:", "1" + failed + "Can't play s1: The file isn't in a format Orvelle can play.");
     }
 
-    void move() {
-        QFETCH(QString, action);
+    void flow() {
+        QFETCH(QString, queue);
         QFETCH(RepeatMode, mode);
         QFETCH(int, start);
         QFETCH(double, position);
+        QFETCH(QString, action);
         engine().setRepeatMode(mode);
-        playing(3, start);
-        player().m_time = position;
+        engine().setQueue(makeQueue(queue));
+        if (start < 0)
+            engine().play();
+        else
+            engine().playTrackAt(start);
+        if (m_backend.current)
+            player().m_time = position;
 
         if (action == "next")
             engine().next();
@@ -132,7 +153,7 @@ private slots:
             engine().previous();
         else if (action.startsWith("decode:"))
             emit player().decodeError(action.mid(7));
-        else
+        else if (!action.isEmpty())
             emit player().finished(action == "ends");
         QTEST(state(), "expected");
     }
@@ -191,39 +212,7 @@ private slots:
             QVERIFY2(count > 880 && count < 1120, qPrintable(QString::number(count)));
     }
 
-    void failuresInARow_data() {
-        QTest::addColumn<QString>("kinds"); // o plays, m missing, u unreadable; playing starts at song 0
-        QTest::addColumn<QString>("expected");
-
-        const QString failed = " not playing, no player: ";
-        QTest::addRow("five in a row stop")
-            << "mmumuo"
-            << "4" + failed + "Stopped \u2014 several files in a row couldn't be played.";
-        // The decode error after the start does not count either.
-        QTest::addRow("a start resets the count") << "mmmmommmmo" << QString("9 playing at 0 s");
-        QTest::addRow("missing last song") << "om"
-                                           << "1" + failed + "s1 isn't where the playlist says it is.";
-        QTest::addRow("unreadable last song")
-            << "ou"
-            << "1" + failed + "Can't play s1: The file isn't in a format Orvelle can play.";
-    }
-
-    void failuresInARow() {
-        QFETCH(QString, kinds);
-        engine().setQueue(makeQueue(kinds));
-        engine().play();
-        // The first song that plays stops decoding, and the failures after it follow.
-        if (m_backend.current && player().isPlaying())
-            emit player().decodeError(QString());
-        QTEST(state(), "expected");
-    }
-
     void playAfterAFailureRetriesTheSong() {
-        engine().play(); // an empty queue: nothing to do
-        engine().togglePlayPause();
-        QCOMPARE(state(), "-1 not playing, no player");
-        QCOMPARE(m_backend.opened, 0);
-
         const QList<Track> tracks = makeQueue("m");
         engine().setQueue(tracks);
         engine().play();

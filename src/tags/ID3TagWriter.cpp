@@ -83,7 +83,8 @@ std::optional<ID3TagWriter::WriteError> ID3TagWriter::write(const MusicMetadata&
 
     const QString path = url.toLocalFile();
     QFile file(path);
-    if (path.isEmpty() || !file.open(QIODevice::ReadOnly))
+    // Only a regular file: opening a FIFO named like a song would wait for a writer forever.
+    if (path.isEmpty() || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
         return WriteError{WriteError::Kind::Unreadable, url, {}};
     const QByteArray old = file.readAll();
     if (file.error() != QFileDevice::NoError)

@@ -192,6 +192,10 @@ private slots:
         QVERIFY(QDir(dir.path()).mkdir("Ünïcode album.mp3"));
         expectRefusal(dir.filePath("Ünïcode album.mp3"), std::nullopt, Kind::Unreadable,
                       "Couldn't read Ünïcode album.mp3.");
+        QCOMPARE(::mkfifo(QFile::encodeName(dir.filePath("pipe.mp3")).constData(), 0600), 0);
+        const auto pipe =
+            ID3TagWriter::write(fullMetadata(), std::nullopt, QUrl::fromLocalFile(dir.filePath("pipe.mp3")));
+        QVERIFY(pipe && pipe->kind == Kind::Unreadable);
         QVERIFY(writeFile(dir.filePath("bare.mp3"), id3Header(4, 0, 0)));
         expectRefusal(
             dir.filePath("bare.mp3"), std::nullopt, Kind::NoAudioFound,

@@ -3,7 +3,7 @@
 // so the folder artwork scan and its thumbnail are part of every load.
 
 #include "library/SessionFile.h"
-#include "library/store/LibraryStore.h"
+#include "store/LibraryStore.h"
 #include "support/Await.h"
 #include "support/MusicFolder.h"
 

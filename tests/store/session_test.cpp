@@ -1,6 +1,6 @@
 #include "library/BookmarkStore.h"
 #include "library/SessionFile.h"
-#include "library/store/LibraryStore.h"
+#include "store/LibraryStore.h"
 #include "support/Await.h"
 #include "support/FileContents.h"
 #include "support/MusicFolder.h"

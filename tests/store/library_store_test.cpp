@@ -1,4 +1,4 @@
-#include "library/store/LibraryStore.h"
+#include "store/LibraryStore.h"
 #include "playback/MpvAudioPlayer.h"
 #include "playback/PlayerEngine.h"
 #include "support/Await.h"

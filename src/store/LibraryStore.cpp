@@ -1,4 +1,4 @@
-#include "library/store/LibraryStore.h"
+#include "store/LibraryStore.h"
 
 #include "library/FileBrowser.h"
 #include "library/LibraryLog.h"

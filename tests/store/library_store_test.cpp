@@ -1,6 +1,6 @@
-#include "store/LibraryStore.h"
 #include "playback/MpvAudioPlayer.h"
 #include "playback/PlayerEngine.h"
+#include "store/LibraryStore.h"
 #include "support/Await.h"
 #include "support/FileContents.h"
 #include "support/Fixtures.h"

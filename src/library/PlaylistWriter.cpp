@@ -66,12 +66,6 @@ struct EntryText {
     QString seconds;
 };
 
-QString fileNameWithoutExtension(const QUrl& url) {
-    const QString name = url.fileName();
-    const qsizetype dot = name.lastIndexOf(u'.');
-    return dot > 0 ? name.first(dot) : name;
-}
-
 class EntryWriter {
 public:
     EntryWriter(const QString& folder, bool relative)
@@ -84,7 +78,7 @@ public:
             if (std::optional<QString> relative = m_relative->of(text.path))
                 text.path = std::move(*relative);
         }
-        const QString name = track.title.isEmpty() ? fileNameWithoutExtension(track.url) : track.title;
+        const QString name = displayTitle(track);
         QString label = track.artist.isEmpty() ? name : track.artist + QStringLiteral(" - ") + name;
         label.replace(u'\n', u' ').replace(u'\r', u' ');
         text.label = TextDecoding::trimmedSpacesAndTabs(label).toString();

@@ -16,6 +16,24 @@ QString ArtworkSource::label() const {
     return QStringLiteral("No artwork");
 }
 
+QString fileNameWithoutExtension(const QUrl& url) {
+    const QString name = url.fileName();
+    const qsizetype dot = name.lastIndexOf(u'.');
+    return dot > 0 ? name.first(dot) : name;
+}
+
+QString displayTitle(const Track& track) {
+    return track.title.isEmpty() ? fileNameWithoutExtension(track.url) : track.title;
+}
+
+QString displayArtist(const Track& track) {
+    return track.artist.isEmpty() ? QStringLiteral("Unknown artist") : track.artist;
+}
+
+QString displayAlbum(const Track& track) {
+    return track.album.isEmpty() ? QStringLiteral("Unknown album") : track.album;
+}
+
 QString formatTime(double seconds) {
     if (!std::isfinite(seconds) || seconds < 0)
         return QString(QChar(0x2014));

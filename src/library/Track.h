@@ -70,5 +70,15 @@ struct Track {
 
 Q_DECLARE_METATYPE(Track)
 
+// The names the program shows for a track, everywhere it shows one (list, transport bar, search, MPRIS,
+// messages, playlist labels): the title, or the file name without its extension when there is none.
+QString displayTitle(const Track& track);
+// The artist, or "Unknown artist".
+QString displayArtist(const Track& track);
+// The album, or "Unknown album".
+QString displayAlbum(const Track& track);
+// The last path component without its extension; a leading dot does not start an extension.
+QString fileNameWithoutExtension(const QUrl& url);
+
 // The program's one duration formatter: "3:07", "1:00:00", or an em dash for negative or invalid values.
 QString formatTime(double seconds);

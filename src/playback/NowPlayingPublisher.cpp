@@ -1,20 +1,12 @@
 #include "playback/NowPlayingPublisher.h"
 
-#include <QFileInfo>
-
-QString displayName(const Track& track) {
-    if (!track.title.isEmpty())
-        return track.title;
-    return QFileInfo(track.url.fileName()).completeBaseName();
-}
-
 NowPlayingInfo nowPlayingInfo(const Track& track, double duration, double elapsed, bool isPlaying) {
     NowPlayingInfo info;
     info.trackId = track.id;
     info.url = track.url;
-    info.title = displayName(track);
-    info.artist = track.artist.isEmpty() ? QStringLiteral("Unknown artist") : track.artist;
-    info.album = track.album.isEmpty() ? QStringLiteral("Unknown album") : track.album;
+    info.title = displayTitle(track);
+    info.artist = displayArtist(track);
+    info.album = displayAlbum(track);
     info.duration = duration;
     info.elapsed = elapsed;
     info.rate = isPlaying ? 1.0 : 0.0;

@@ -27,9 +27,6 @@ struct NowPlayingInfo {
 
 enum class NowPlayingState { Playing = 1, Paused = 2 };
 
-// The song's name for the user: its title, or the file name without its extension.
-QString displayName(const Track& track);
-
 // Builds the information for `track` with the fallbacks above.
 NowPlayingInfo nowPlayingInfo(const Track& track, double duration, double elapsed, bool isPlaying);
 

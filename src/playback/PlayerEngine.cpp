@@ -131,12 +131,12 @@ void PlayerEngine::playTrackAt(int index) {
     dropPlayer();
 
     if (track.isMissing || !QFileInfo::exists(track.url.toLocalFile())) {
-        failLoading(index, displayName(track) + QStringLiteral(" isn't where the playlist says it is."));
+        failLoading(index, displayTitle(track) + QStringLiteral(" isn't where the playlist says it is."));
         return;
     }
     AudioPlayerCreation created = m_factory(track.url);
     if (!created.player) {
-        failLoading(index, QStringLiteral("Can't play ") + displayName(track) + QStringLiteral(": ") +
+        failLoading(index, QStringLiteral("Can't play ") + displayTitle(track) + QStringLiteral(": ") +
                                created.error);
         return;
     }

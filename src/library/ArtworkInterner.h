@@ -12,8 +12,8 @@
 // The interner holds a reference of its own to every image it has handed out; an image whose only
 // remaining holder is the interner is dropped at the next sweep. Sweeps run when the number of images or
 // their bytes has doubled since the last sweep (and at least 256 images or 32 MB have come in), so the
-// interner holds at most about twice what the program's tracks still use, plus that allowance; the store
-// can call releaseUnused() after removing many tracks. Safe from any thread.
+// interner holds at most about twice what the program's tracks still use, plus that allowance;
+// releaseUnused() sweeps at once. Safe from any thread.
 class ArtworkInterner {
 public:
     ArtworkInterner() = default; // tests make their own

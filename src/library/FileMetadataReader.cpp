@@ -2,22 +2,13 @@
 
 #include "library/AVFormatMetadataReader.h"
 #include "library/TagLibMetadataReader.h"
+#include "tags/FileNames.h"
+
+#include <QFile>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace {
-
-QString lowerExtension(const QByteArray& path) {
-    const qsizetype slash = path.lastIndexOf('/');
-    const qsizetype dot = path.lastIndexOf('.');
-    if (dot <= slash + 1)
-        return {};
-    return QString::fromUtf8(path.mid(dot + 1)).toLower();
-}
-
-} // namespace
 
 AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
     // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a writer; fstat then rejects it.
@@ -29,7 +20,8 @@ AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
         ::close(fd);
         return {};
     }
-    const QString extension = lowerExtension(localPath);
+    const QString extension =
+        FileNames::extension(QFile::decodeName(localPath.sliced(localPath.lastIndexOf('/') + 1)));
     AssetMetadata metadata;
     if (TagLibMetadataReader::reads(extension)) {
         metadata = TagLibMetadataReader::read(fd, status.st_size, extension);

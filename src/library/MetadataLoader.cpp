@@ -4,8 +4,10 @@
 #include "library/FileMetadataReader.h"
 #include "library/LibraryLog.h"
 #include "library/MetadataReader.h"
+#include "tags/FileNames.h"
 #include "tags/FolderArtworkCache.h"
 #include "tags/Id3Genres.h"
+#include "tags/TextRules.h"
 
 #include <QCoreApplication>
 #include <QThreadPool>
@@ -35,13 +37,6 @@ QByteArray localPathBytes(const QUrl& url) {
 bool existsOnDisk(const QByteArray& path) {
     struct stat status {};
     return !path.isEmpty() && ::stat(path.constData(), &status) == 0;
-}
-
-// "01 Intro.mp3" gives "01 Intro"; a name that only starts with a dot keeps it.
-QString fileTitle(const QUrl& url) {
-    const QString name = url.fileName();
-    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    return dot > 0 ? name.left(dot) : name;
 }
 
 struct CommonSlots {
@@ -100,7 +95,8 @@ ExtendedTags extendedTags(const QList<MetadataItem>& items) {
     ExtendedTags tags;
     tags.albumArtist = firstValue(items, {&id::id3Band, &id::iTunesAlbumArtist});
     tags.trackNumber = firstValue(items, {&id::id3TrackNumber, &id::iTunesTrackNumber});
-    tags.year = firstValue(items, {&id::id3RecordingTime, &id::id3Year, &id::iTunesReleaseDate}).left(4);
+    tags.year = TextRules::firstCharacters(
+        firstValue(items, {&id::id3RecordingTime, &id::id3Year, &id::iTunesReleaseDate}), 4);
     tags.genre = normalizedGenre(
         firstValue(items, {&id::id3ContentType, &id::iTunesUserGenre, &id::iTunesPredefinedGenre}));
     tags.comment = firstValue(items, {&id::id3Comments, &id::iTunesUserComment});
@@ -137,9 +133,7 @@ const QSet<QString>& playableExtensions() {
 }
 
 bool isPlayable(const QUrl& url) {
-    const QString name = url.fileName();
-    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
-    return dot >= 0 && playableExtensions().contains(name.mid(dot + 1).toLower());
+    return playableExtensions().contains(FileNames::extension(url.fileName()));
 }
 
 QString normalizedGenre(const QString& text) {
@@ -187,7 +181,7 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
 
     const QByteArray path = localPathBytes(url);
     if (!existsOnDisk(path)) {
-        track.title = hintTitle.value_or(fileTitle(url));
+        track.title = hintTitle.value_or(fileNameWithoutExtension(url));
         track.artist = hintArtist.value_or(QString());
         track.duration = hintDuration > 0 ? hintDuration : 0;
         track.isMissing = true;
@@ -209,7 +203,7 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
     }
 
     track.duration = duration == 0 && hintDuration > 0 ? hintDuration : duration;
-    track.title = !common.title.isEmpty() ? common.title : hintTitle.value_or(fileTitle(url));
+    track.title = !common.title.isEmpty() ? common.title : hintTitle.value_or(fileNameWithoutExtension(url));
     track.artist = !common.artist.isEmpty() ? common.artist : hintArtist.value_or(QString());
     track.album = common.album;
 

@@ -1,8 +1,10 @@
 #include "library/PlayableFiles.h"
 
 #include "library/LibraryLog.h"
+#include "library/LocalFiles.h"
 #include "library/MetadataLoader.h"
 #include "library/NaturalOrder.h"
+#include "tags/FileNames.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -15,7 +17,7 @@
 namespace {
 
 bool hasPlayableExtension(const QFileInfo& info) {
-    return MetadataLoader::playableExtensions().contains(info.suffix().toLower());
+    return MetadataLoader::playableExtensions().contains(FileNames::extension(info.fileName()));
 }
 
 // Every playable path below `root`, unsorted. Folders are tracked by canonical path, which is what makes
@@ -59,8 +61,9 @@ QStringList enumerateFolder(const QString& root) {
 QList<QUrl> collectPlayableFiles(const QList<QUrl>& urls) {
     QList<QUrl> files;
     for (const QUrl& url : urls) {
-        const QFileInfo info(QDir::cleanPath(url.toLocalFile()));
-        if (!url.isLocalFile() || !info.exists())
+        const std::optional<QString> local = LocalFiles::path(url);
+        const QFileInfo info(local.value_or(QString()));
+        if (!local || !info.exists())
             continue;
         if (!info.isDir()) {
             if (hasPlayableExtension(info))

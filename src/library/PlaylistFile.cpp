@@ -1,33 +1,27 @@
 #include "library/PlaylistFile.h"
 
+#include "library/LocalFiles.h"
+#include "library/PlaylistSyntax.h"
 #include "library/TextDecoding.h"
+#include "tags/FileNames.h"
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
-#include <sys/stat.h>
-
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <map>
 
+using PlaylistSyntax::EntryResolver;
 using TextDecoding::trimmedSpacesAndTabs;
 
 namespace {
 
-// LF, VT, FF, CR, NEL and the Unicode line and paragraph separators all end a line; CR LF therefore
-// leaves an empty line between the two, which the parsers skip.
-bool isLineBreak(QChar c) {
-    const char16_t u = c.unicode();
-    return (u >= 0x0A && u <= 0x0D) || u == 0x85 || u == 0x2028 || u == 0x2029;
-}
-
+// Every line break ends a line; CR LF therefore leaves an empty line between the two, which the parsers skip.
 template <typename Visit> void forEachTrimmedLine(QStringView text, Visit visit) {
     qsizetype start = 0;
     for (qsizetype i = 0; i < text.size(); ++i) {
-        if (isLineBreak(text[i])) {
+        if (PlaylistSyntax::isLineBreak(text[i])) {
             visit(trimmedSpacesAndTabs(text.sliced(start, i - start)));
             start = i + 1;
         }
@@ -37,16 +31,6 @@ template <typename Visit> void forEachTrimmedLine(QStringView text, Visit visit)
 
 bool isAsciiDigit(QChar c) {
     return c >= u'0' && c <= u'9';
-}
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
 }
 
 // A finite decimal number written in full ("215", "-1", "3.5", "2e2"); "inf", "nan" and hexadecimal
@@ -89,95 +73,6 @@ std::optional<qint64> decimalInteger(QStringView text) {
     return negative ? qint64(0 - magnitude) : qint64(magnitude);
 }
 
-// Percent escapes decoded as UTF-8; no value when an escape is malformed or the bytes are not UTF-8.
-std::optional<QString> percentDecoded(QStringView text) {
-    const QByteArray encoded = text.toUtf8();
-    QByteArray decoded;
-    decoded.reserve(encoded.size());
-    for (qsizetype i = 0; i < encoded.size(); ++i) {
-        if (encoded[i] != '%') {
-            decoded.append(encoded[i]);
-            continue;
-        }
-        const int high = i + 2 < encoded.size() ? hexDigit(encoded[i + 1]) : -1;
-        const int low = high >= 0 ? hexDigit(encoded[i + 2]) : -1;
-        if (low < 0)
-            return std::nullopt;
-        decoded.append(char(high * 16 + low));
-        i += 2;
-    }
-    return TextDecoding::utf8(decoded);
-}
-
-bool fileExists(const QString& path) {
-    if (path.contains(QChar(0)))
-        return false;
-    struct stat info;
-    return ::stat(QFile::encodeName(path).constData(), &info) == 0;
-}
-
-// Streams are not playlist entries: only local files are played.
-bool isStreamAddress(QStringView text) {
-    static const QString schemes[] = {"http", "https", "rtsp", "rtmp", "mms"};
-    const qsizetype colon = text.indexOf(u':');
-    if (colon <= 0)
-        return false;
-    const QStringView scheme = text.first(colon);
-    const bool remote = std::any_of(std::begin(schemes), std::end(schemes), [&](const QString& candidate) {
-        return scheme.compare(candidate, Qt::CaseInsensitive) == 0;
-    });
-    return remote && QUrl(text.toString()).isValid();
-}
-
-// Turns the path texts of one playlist into file URLs, relative to the playlist's folder.
-class EntryResolver {
-public:
-    explicit EntryResolver(QString baseFolder)
-        : m_baseFolder(std::move(baseFolder)) {}
-
-    std::optional<QUrl> resolve(QStringView text) const {
-        text = trimmedSpacesAndTabs(text);
-        if (text.isEmpty())
-            return std::nullopt;
-        if (text.startsWith(u"file://", Qt::CaseInsensitive)) {
-            QUrl url(text.toString());
-            if (!url.isValid())
-                return std::nullopt;
-            // "file://localhost/music/a.mp3" names the local file /music/a.mp3.
-            if (url.host().compare(u"localhost", Qt::CaseInsensitive) == 0)
-                url.setHost(QString());
-            return url.adjusted(QUrl::NormalizePathSegments);
-        }
-        if (text.size() >= 3 && text[0].isLetter() && text[1] == u':' &&
-            (text[2] == u'\\' || text[2] == u'/'))
-            return std::nullopt; // a Windows drive path means nothing here
-        if (isStreamAddress(text))
-            return std::nullopt;
-        const QString path = localPath(text);
-        // Whether the file exists only matters when a percent-decoded name could be meant instead, so
-        // most entries cost no file system call.
-        if (text.contains(u'%') && !fileExists(path)) {
-            if (const std::optional<QString> decoded = percentDecoded(text)) {
-                const QString decodedPath = localPath(*decoded);
-                if (fileExists(decodedPath))
-                    return QUrl::fromLocalFile(decodedPath);
-            }
-        }
-        return QUrl::fromLocalFile(path);
-    }
-
-private:
-    QString localPath(QStringView text) const {
-        QString path = text.toString();
-        path.replace(u'\\', u'/');
-        if (!path.startsWith(u'/'))
-            path.prepend(m_baseFolder + u'/');
-        return QDir::cleanPath(path);
-    }
-
-    QString m_baseFolder;
-};
-
 // "#EXTINF:<seconds> <attributes>,<artist> - <title>" updates the values waiting for the next path.
 void readExtinf(QStringView rest, PlaylistEntry& pending) {
     const qsizetype comma = rest.indexOf(u',');
@@ -205,6 +100,17 @@ void readExtinf(QStringView rest, PlaylistEntry& pending) {
     }
 }
 
+// The directive is recognised on the line upper-cased, so "#extınf:" (a dotless ı) is one too.
+bool isExtinf(QStringView line) {
+    return line.size() >= 8 && line.first(8).toString().toUpper() == u"#EXTINF:";
+}
+
+// A file URL for an entry path, or nothing when the path names no local file.
+std::optional<QUrl> entryUrl(const EntryResolver& resolver, QStringView text) {
+    const std::optional<QString> path = resolver.resolve(text);
+    return path ? std::optional(QUrl::fromLocalFile(*path)) : std::nullopt;
+}
+
 QList<PlaylistEntry> parseM3u(QStringView text, const EntryResolver& resolver) {
     QList<PlaylistEntry> entries;
     PlaylistEntry pending;
@@ -212,12 +118,12 @@ QList<PlaylistEntry> parseM3u(QStringView text, const EntryResolver& resolver) {
         if (line.isEmpty())
             return;
         if (!line.startsWith(u'#')) {
-            if (const std::optional<QUrl> url = resolver.resolve(line)) {
+            if (const std::optional<QUrl> url = entryUrl(resolver, line)) {
                 pending.url = *url;
                 entries.append(std::move(pending));
             }
             pending = {};
-        } else if (line.startsWith(u"#EXTINF:", Qt::CaseInsensitive)) {
+        } else if (isExtinf(line)) {
             readExtinf(line.sliced(8), pending);
         }
     });
@@ -256,7 +162,7 @@ QList<PlaylistEntry> parsePls(QStringView text, const EntryResolver& resolver) {
     QList<PlaylistEntry> entries;
     entries.reserve(qsizetype(files.size()));
     for (const auto& [n, file] : files) {
-        const std::optional<QUrl> url = resolver.resolve(file);
+        const std::optional<QUrl> url = entryUrl(resolver, file);
         if (!url)
             continue;
         PlaylistEntry entry{*url, std::nullopt, std::nullopt, std::nullopt};
@@ -274,6 +180,12 @@ QList<PlaylistEntry> parsePls(QStringView text, const EntryResolver& resolver) {
         entries.append(std::move(entry));
     }
     return entries;
+}
+
+bool hasPlsHeader(QStringView text) {
+    bool found = false;
+    forEachTrimmedLine(text, [&](QStringView line) { found = found || PlaylistSyntax::isPlsHeader(line); });
+    return found;
 }
 
 } // namespace
@@ -298,9 +210,7 @@ const QSet<QString>& playlistExtensions() {
 }
 
 QString pathExtension(const QUrl& url) {
-    const QString name = url.fileName();
-    const qsizetype dot = name.lastIndexOf(u'.');
-    return dot > 0 ? name.sliced(dot + 1).toLower() : QString();
+    return FileNames::extension(url.fileName());
 }
 
 bool isPlaylist(const QUrl& url) {
@@ -311,18 +221,18 @@ PlaylistReadResult readPlaylist(const QUrl& url) {
     const auto failure = [&](PlaylistError::Kind kind) {
         return PlaylistReadResult{{}, PlaylistError{kind, url}};
     };
-    const QString path = QDir::cleanPath(url.toLocalFile());
-    QFile file(path);
+    const std::optional<QString> path = LocalFiles::path(url);
+    QFile file(path.value_or(QString()));
     // Only a regular file has an end: a FIFO or a device named like a playlist would block the caller.
-    if (!url.isLocalFile() || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+    if (!path || !QFileInfo(*path).isFile() || !file.open(QIODevice::ReadOnly))
         return failure(PlaylistError::Kind::Unreadable);
     const QByteArray bytes = file.readAll();
     if (file.error() != QFileDevice::NoError)
         return failure(PlaylistError::Kind::Unreadable);
 
     const QString text = TextDecoding::decodeLegacyText(bytes);
-    const EntryResolver resolver(QDir::cleanPath(path + QStringLiteral("/..")));
-    const bool pls = pathExtension(url) == u"pls" || text.contains(u"[playlist]", Qt::CaseInsensitive);
+    const EntryResolver resolver(LocalFiles::standardizedPath(*path + QStringLiteral("/..")));
+    const bool pls = pathExtension(url) == u"pls" || hasPlsHeader(text);
     QList<PlaylistEntry> entries = pls ? parsePls(text, resolver) : parseM3u(text, resolver);
     if (entries.isEmpty())
         return failure(PlaylistError::Kind::EmptyPlaylist);

@@ -44,15 +44,17 @@ QString pathExtension(const QUrl& url);
 // True when the URL's lower-cased extension is one of playlistExtensions().
 bool isPlaylist(const QUrl& url);
 
-// Reads a playlist file. PLS is recognised by the "pls" extension or by a "[playlist]" section anywhere in
-// the text; everything else is read as M3U. Stream addresses and Windows drive paths are dropped; entries
-// for files that do not exist are kept.
+// Reads a playlist file. PLS is recognised by the "pls" extension or by a line "[playlist]" (in any letter
+// case, PlaylistSyntax::isPlsHeader); everything else is read as M3U. Entries that name no local file
+// (streams, Windows drive paths, file URLs of other machines) are dropped; entries for files that do not
+// exist are kept.
 PlaylistReadResult readPlaylist(const QUrl& url);
 
 // Writes the tracks' URLs, titles, artists and durations as PLS when the destination's extension is "pls"
-// and as M3U for any other extension, in UTF-8. The destination is replaced atomically (a symbolic link is
-// followed and the file's permissions are kept), so a failed write leaves the old file as it was. Returns
-// the file system's error text on failure.
+// and as M3U for any other extension, in UTF-8, so that readPlaylist() gives the same files back: a path
+// the plain form cannot carry is written as "./" and the relative path, or else as a file URL. The
+// destination is replaced atomically (a symbolic link is followed and the file's permissions are kept), so a
+// failed write leaves the old file as it was. Returns the file system's error text on failure.
 std::optional<QString> writePlaylist(const QList<Track>& tracks, const QUrl& url, bool relativePaths);
 
 // The path of `fileUrl` relative to the folder `fromDirectory`, after resolving symbolic links in both

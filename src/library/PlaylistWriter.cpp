@@ -1,5 +1,7 @@
 #include "library/PlaylistFile.h"
 
+#include "library/LocalFiles.h"
+#include "library/PlaylistSyntax.h"
 #include "library/SymlinkResolver.h"
 #include "library/TextDecoding.h"
 
@@ -7,6 +9,7 @@
 #include <QSaveFile>
 #include <QVarLengthArray>
 
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -69,18 +72,17 @@ struct EntryText {
 class EntryWriter {
 public:
     EntryWriter(const QString& folder, bool relative)
-        : m_relative(relative ? std::make_unique<RelativePaths>(folder) : nullptr) {}
+        : m_folder(folder)
+        , m_resolver(folder)
+        , m_relative(relative ? std::make_unique<RelativePaths>(folder) : nullptr) {}
 
     EntryText operator()(const Track& track) {
         EntryText text;
-        text.path = QDir::cleanPath(track.url.toLocalFile());
-        if (m_relative) {
-            if (std::optional<QString> relative = m_relative->of(text.path))
-                text.path = std::move(*relative);
-        }
+        text.path = pathText(track.url);
         const QString name = displayTitle(track);
         QString label = track.artist.isEmpty() ? name : track.artist + QStringLiteral(" - ") + name;
-        label.replace(u'\n', u' ').replace(u'\r', u' ');
+        // A line break inside the label would end its line and make the rest an entry of its own.
+        std::replace_if(label.begin(), label.end(), PlaylistSyntax::isLineBreak, u' ');
         text.label = TextDecoding::trimmedSpacesAndTabs(label).toString();
         // Whole seconds, truncated; -1 says "unknown" to other players.
         const bool known = track.duration > 0 && track.duration < 9.0e18;
@@ -89,6 +91,35 @@ public:
     }
 
 private:
+    // The plain path (relative to the playlist's folder when asked and possible) unless the reader would take
+    // it for something else. Then "./" before a relative path, which keeps a name beginning with "#" or a
+    // blank, or looking like a drive, a stream or the PLS header, from being read as one; failing that a
+    // file URL, which carries any name (a backslash, blanks at the end, a line break, percent escapes that
+    // name another file). A URL that names no local file is written as it is and reads back as none.
+    QString pathText(const QUrl& url) {
+        const std::optional<QString> path = LocalFiles::path(url);
+        if (!path)
+            return url.toString(QUrl::FullyEncoded);
+        if (const std::optional<QString> relative = m_relative ? m_relative->of(*path) : std::nullopt) {
+            for (QString text : {*relative, QStringLiteral("./") + *relative}) {
+                if (readsBackAs(text, LocalFiles::standardizedPath(m_folder + u'/' + text)))
+                    return text;
+            }
+        } else if (readsBackAs(*path, *path)) {
+            return *path;
+        }
+        return QUrl::fromLocalFile(*path).toString(QUrl::FullyEncoded);
+    }
+
+    // Whether `text` on its own line (M3U) or as a "File" value (PLS) reads back as the file at `path`.
+    bool readsBackAs(const QString& text, const QString& path) const {
+        return !text.startsWith(u'#') && !PlaylistSyntax::isPlsHeader(text) &&
+               std::none_of(text.cbegin(), text.cend(), PlaylistSyntax::isLineBreak) &&
+               m_resolver.resolve(text) == path;
+    }
+
+    QString m_folder;
+    PlaylistSyntax::EntryResolver m_resolver;
     std::unique_ptr<RelativePaths> m_relative;
 };
 
@@ -117,6 +148,18 @@ QString plsText(const QList<Track>& tracks, EntryWriter& write) {
     return text;
 }
 
+// A write cut short (a nearly full disk) leaves no error behind; writing the rest then fails with the
+// system's reason, as it does at once on a disk with no room at all.
+bool writeAll(QSaveFile& file, const QByteArray& bytes) {
+    for (qsizetype written = 0; written < bytes.size();) {
+        const qint64 count = file.write(bytes.constData() + written, bytes.size() - written);
+        if (count <= 0)
+            return false;
+        written += count;
+    }
+    return true;
+}
+
 } // namespace
 
 namespace PlaylistFile {
@@ -130,7 +173,7 @@ std::optional<QString> writePlaylist(const QList<Track>& tracks, const QUrl& url
     // QSaveFile writes beside the destination, syncs, then renames over it; it follows a symbolic link
     // to its target and keeps the old file's permissions. Until commit() the old file is untouched.
     QSaveFile file(destination);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
+    if (!file.open(QIODevice::WriteOnly) || !writeAll(file, bytes) || !file.commit())
         return file.errorString();
     return std::nullopt;
 }

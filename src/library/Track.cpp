@@ -1,5 +1,7 @@
 #include "library/Track.h"
 
+#include "tags/FileNames.h"
+
 #include <QFileInfo>
 
 #include <cmath>
@@ -17,9 +19,7 @@ QString ArtworkSource::label() const {
 }
 
 QString fileNameWithoutExtension(const QUrl& url) {
-    const QString name = url.fileName();
-    const qsizetype dot = name.lastIndexOf(u'.');
-    return dot > 0 ? name.first(dot) : name;
+    return FileNames::withoutExtension(url.fileName()).toString();
 }
 
 QString displayTitle(const Track& track) {

@@ -167,6 +167,8 @@ void PlayerEngine::failLoading(int index, const QString& message) {
     setPlaybackError(message);
     setCurrentIndex(index);
     setIsPlaying(false);
+    // The desktop shows the song that failed, paused, rather than the one played before it.
+    updateNowPlaying();
     handlePlaybackFailure(index);
 }
 

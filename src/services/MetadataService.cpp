@@ -44,6 +44,11 @@ QFuture<LookupResult> MetadataService::lookup(const QString& title, const QStrin
     QFuture<LookupResult> future = promise->future();
     QTimer::singleShot(
         waitForRateLimit(), Qt::PreciseTimer, this, [this, promise, trimmedTitle, artist, album] {
+            // Cancelled while it waited for its turn (the inspector was closed): no request is spent on it.
+            if (promise->isCanceled()) {
+                promise->finish();
+                return;
+            }
             send(trimmedTitle, artist, album).then(this, [promise](const LookupResult& result) {
                 promise->addResult(result);
                 promise->finish();

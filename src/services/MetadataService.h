@@ -57,7 +57,9 @@ public:
     QString endpoint() const { return m_endpoint; }
 
     // Looks the song up. Finishes exactly once, with a result; never with an error. A blank title is
-    // NoMatch at once, without a request. Cancelled only if the service is destroyed first.
+    // NoMatch at once, without a request. The caller may cancel the future (QFuture::cancel()) when it no
+    // longer wants the answer: a lookup still waiting for its turn is then dropped without sending anything,
+    // and one already sent finishes without a result. Destroying the service cancels what is pending.
     QFuture<LookupResult> lookup(const QString& title, const QString& artist, const QString& album);
 
 private:

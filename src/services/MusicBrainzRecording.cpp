@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 namespace {
 
@@ -247,13 +246,11 @@ RemoteMetadata makeRemoteMetadata(const MBRecording& recording) {
         metadata.album = release->title;
         metadata.trackNumber = firstTrackNumber(*release);
         if (release->date)
-            metadata.year = trimmedNonEmpty(release->date->left(4));
+            metadata.year = trimmedNonEmpty(TextRules::firstCharacters(*release->date, 4));
     }
     metadata.genre = topGenre(recording);
     metadata.sourceName = QStringLiteral("MusicBrainz");
-    const qint64 score = recording.score.value_or(0);
-    metadata.confidence = static_cast<int>(
-        std::clamp<qint64>(score, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+    metadata.confidence = recording.score.value_or(0);
     return metadata;
 }
 

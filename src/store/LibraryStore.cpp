@@ -7,6 +7,7 @@
 #include "library/SessionFile.h"
 #include "library/TrackBatchLoader.h"
 #include "playback/PlayerEngine.h"
+#include "tags/FileNames.h"
 #include "tags/ID3TagWriter.h"
 
 #include <QFile>
@@ -128,7 +129,7 @@ qsizetype LibraryStore::indexOf(const QUuid& id) const {
 QString LibraryStore::suggestedPlaylistName() const {
     if (m_playlistURL.isEmpty())
         return QStringLiteral("Untitled Playlist");
-    return QFileInfo(m_playlistURL.fileName()).completeBaseName();
+    return FileNames::withoutExtension(m_playlistURL.fileName()).toString();
 }
 
 QFuture<void> LibraryStore::addURLs(const QList<QUrl>& urls, std::optional<int> index) {

@@ -7,7 +7,7 @@
 
 // Whether the file being replaced must still be there when the new contents take its place.
 enum class ReplaceMode {
-    CreateOrReplace, // writing a new file is fine (playlists, session files)
+    CreateOrReplace, // writing a new file is fine
     ReplaceExisting, // a rewrite of a file read a moment ago: if it has vanished since, fail rather than
                      // bring it back
 };
@@ -20,6 +20,8 @@ enum class ReplaceMode {
 // file it points to is replaced. The target's permission bits, extended attributes (and, where allowed, its
 // owner) carry over; a new file gets the usual mode for the process's umask. On any failure the temporary
 // file is removed, the target is left exactly as it was, and the system's explanation comes back (e.g. "No
-// space left on device"). Blocking; safe from any thread.
+// space left on device"). The rename needs only the folder's permission, so a write-protected target is
+// replaced too: refusing it is the caller's decision (the tag writer refuses). Blocking; safe from any
+// thread.
 std::optional<QString> replaceFileAtomically(const QByteArray& contents, const QString& path,
                                              ReplaceMode mode = ReplaceMode::CreateOrReplace);

@@ -1,5 +1,6 @@
 #include "FolderArtworkCache.h"
 
+#include "FileNames.h"
 #include "JpegLayout.h"
 #include "TagsLog.h"
 
@@ -128,7 +129,8 @@ QList<FolderArtworkCache::Candidate> FolderArtworkCache::candidates(const QUrl& 
     QList<Candidate> result;
     for (const QFileInfo& entry : entries) {
         const QString name = entry.fileName();
-        if (name.startsWith(u'.') || !entry.isFile() || !imageExtensions().contains(entry.suffix().toLower()))
+        if (name.startsWith(u'.') || !entry.isFile() ||
+            !imageExtensions().contains(FileNames::extension(name)))
             continue;
         result.append(
             {QUrl::fromLocalFile(entry.absoluteFilePath()), rank(name), std::max<qint64>(entry.size(), 0)});
@@ -140,9 +142,7 @@ QList<FolderArtworkCache::Candidate> FolderArtworkCache::candidates(const QUrl& 
 }
 
 qint64 FolderArtworkCache::rank(const QString& fileName) {
-    const QString lower = fileName.toLower();
-    const qsizetype dot = lower.lastIndexOf(u'.');
-    const QString stem = dot > 0 ? lower.left(dot) : lower;
+    const QString stem = FileNames::withoutExtension(fileName).toString().toLower();
 
     qint64 score = 20;
     if (stem.startsWith(u"albumart_"))

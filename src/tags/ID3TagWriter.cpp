@@ -1,6 +1,7 @@
 #include "tags/ID3TagWriter.h"
 
 #include "tags/AtomicFile.h"
+#include "tags/FileNames.h"
 #include "tags/Id3Genres.h"
 #include "tags/TextRules.h"
 
@@ -8,7 +9,10 @@
 #include <QFileInfo>
 #include <QList>
 
+#include <cerrno>
 #include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -44,10 +48,23 @@ std::optional<qint64> parseInteger(QStringView text) {
     return negative ? -value : value;
 }
 
+// Why the file may not be rewritten (an errno value), if it may not. Replacing it needs only the folder's
+// permission, so its own is checked first: a file without any write permission is refused as other taggers
+// refuse it, the superuser included, whom the system would let write anything.
+std::optional<int> writeProtection(const QString& path) {
+    const QByteArray local = QFile::encodeName(path);
+    struct stat info {};
+    if (::stat(local.constData(), &info) == 0 && (info.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0)
+        return EACCES;
+    if (::access(local.constData(), W_OK) != 0)
+        return errno;
+    return std::nullopt;
+}
+
 } // namespace
 
 QString ID3TagWriter::WriteError::extension() const {
-    return QFileInfo(url.path()).suffix().toLower();
+    return FileNames::extension(url.fileName());
 }
 
 QString ID3TagWriter::WriteError::description() const {
@@ -78,7 +95,7 @@ QString ID3TagWriter::WriteError::description() const {
 std::optional<ID3TagWriter::WriteError> ID3TagWriter::write(const MusicMetadata& metadata,
                                                             const std::optional<QByteArray>& artwork,
                                                             const QUrl& url) {
-    if (QFileInfo(url.path()).suffix().toLower() != QLatin1String("mp3"))
+    if (FileNames::extension(url.fileName()) != u"mp3")
         return WriteError{WriteError::Kind::NotMP3, url, {}};
 
     const QString path = url.toLocalFile();
@@ -90,6 +107,8 @@ std::optional<ID3TagWriter::WriteError> ID3TagWriter::write(const MusicMetadata&
     if (file.error() != QFileDevice::NoError)
         return WriteError{WriteError::Kind::Unreadable, url, {}};
     file.close();
+    if (const std::optional<int> denied = writeProtection(path))
+        return WriteError{WriteError::Kind::Unwritable, url, qt_error_string(*denied)};
 
     const Range audio = audioRange(old);
     if (audio.length == 0)

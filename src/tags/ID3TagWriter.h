@@ -20,7 +20,8 @@ public:
             Unreadable,   // the file could not be read
             NoAudioFound, // nothing lies between the old tag and the old trailer
             TooLarge,     // the new tag would need 2^28 bytes or more, which ID3v2 cannot state
-            Unwritable,   // the new file could not be written or put in place; `reason` says why
+            Unwritable,   // the file is write-protected, or the new one could not be written or put in
+                          // place; `reason` says why
         };
 
         Kind kind = Kind::Unreadable;

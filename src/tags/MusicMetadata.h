@@ -32,8 +32,8 @@ struct RemoteMetadata {
     std::optional<QString> year;
     std::optional<QString> genre;
     std::optional<QString> comment;
-    QString sourceName; // shown to the user, e.g. "MusicBrainz"
-    int confidence = 0; // the service's match score, 0 to 100; 0 when it gave none
+    QString sourceName;    // shown to the user, e.g. "MusicBrainz"
+    qint64 confidence = 0; // the service's match score (0 to 100 from MusicBrainz); 0 when it gave none
 
     // All ten fields equal; text compared up to canonical equivalence.
     friend bool operator==(const RemoteMetadata& a, const RemoteMetadata& b);

@@ -69,4 +69,14 @@ bool equalIgnoringCase(const QString& a, const QString& b) {
     return a == b || comparisonKey(a, false) == comparisonKey(b, false);
 }
 
+QString firstCharacters(const QString& text, qsizetype count) {
+    qsizetype end = 0;
+    for (qsizetype taken = 0; taken < count && end < text.size(); ++taken) {
+        const bool pair =
+            text[end].isHighSurrogate() && end + 1 < text.size() && text[end + 1].isLowSurrogate();
+        end += pair ? 2 : 1;
+    }
+    return text.first(end);
+}
+
 } // namespace TextRules

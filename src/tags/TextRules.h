@@ -20,4 +20,8 @@ bool equalIgnoringCaseAndDiacritics(const QString& a, const QString& b);
 // Equality that ignores letter case only (full Unicode case folding, no locale).
 bool equalIgnoringCase(const QString& a, const QString& b);
 
+// The first `count` characters of `text` (the whole text when shorter). Characters are counted as code
+// points, so one outside the Basic Multilingual Plane (two UTF-16 units) is never cut in half.
+QString firstCharacters(const QString& text, qsizetype count);
+
 } // namespace TextRules

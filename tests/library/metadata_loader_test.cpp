@@ -90,7 +90,7 @@ private slots:
 
     void tellsPlayableFiles() {
         QCOMPARE(MetadataLoader::playableExtensions().size(), 15); // each is loaded by readsRealFiles
-        for (const QString name : {"song.ogg", "mp3", "song.mp3.txt"})
+        for (const QString name : {"song.ogg", "mp3", ".mp3", "song.mp3.txt"})
             QVERIFY2(!MetadataLoader::isPlayable(urlOf("/music/" + name)), qPrintable(name));
     }
 
@@ -184,6 +184,9 @@ private slots:
             "|||Rock|");
         row("user genre over predefined",
             {item(id::iTunesPredefinedGenre, "Jazz"), item(id::iTunesUserGenre, "Pop")}, "|||Pop|");
+        row("year cut after 4 characters, not UTF-16 units",
+            {item(id::id3Year, "\U0001D7D0\U0001D7CE\U0001D7CF\U0001D7D7-05")},
+            "||\U0001D7D0\U0001D7CE\U0001D7CF\U0001D7D7||");
         row("comment order",
             {item(id::iTunesUserComment, "iTunes"), item(id::id3Comments, "first"),
              item(id::id3Comments, "second")},

@@ -40,7 +40,7 @@ private slots:
     void collectsTheChosenItemsInOrder() {
         fixtures::MusicFolder music;
         fixtures::MusicFolder elsewhere;
-        for (const char* name : {"z.mp3", "readme.txt", "lib/10.mp3", "lib/2.MP3", "lib/1.flac",
+        for (const char* name : {"z.mp3", ".mp3", "readme.txt", "lib/10.mp3", "lib/2.MP3", "lib/1.flac",
                                  "lib/.hidden.mp3", "lib/notes.txt", "lib/Disc 2/1.m4a", "lib/Disc 10/1.wav",
                                  "lib/.git/x.mp3", "lib/a.mp3/b.mp3", "lib/locked/3.mp3"})
             music.addFile(QString::fromUtf8(name));
@@ -54,8 +54,8 @@ private slots:
         const bool locked = geteuid() != 0 && QFile::setPermissions(music.filePath("lib/locked"), {});
         QStringList found;
         for (const QUrl& url :
-             collectPlayableFiles({music.url("z.mp3"), music.url("missing.mp3"), music.url("readme.txt"),
-                                   music.url("lib"), music.url("z.mp3")}))
+             collectPlayableFiles({music.url("z.mp3"), music.url("missing.mp3"), music.url(".mp3"),
+                                   music.url("readme.txt"), music.url("lib"), music.url("z.mp3")}))
             found.append(QDir(music.path()).relativeFilePath(url.toLocalFile()));
         QFile::setPermissions(music.filePath("lib/locked"),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);

@@ -1,11 +1,15 @@
 #include "library/PlaylistFile.h"
+#include "library/SessionFile.h"
 #include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "support/MusicFolder.h"
+#include "support/ScratchHome.h"
+#include "support/ScratchMount.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -125,6 +129,15 @@ private slots:
         // Decoded only when the decoded name exists and the name as written does not.
         row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3",
             {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3"});
+        row("dot segments above the root", "../../../../../../../../../../x.mp3\nfile:///../../y.mp3",
+            {"/x.mp3", "/y.mp3"});
+        row("file urls of other hosts name no local file",
+            "file://host" + dir + "/a.mp3\nfile://localhost//x.mp3\nfile://\nb.mp3", {"/x.mp3", "b.mp3"});
+        row("directive upper-cased, not case-folded", "#ext\xC4\xB1nf:5,T\na.mp3", {"a.mp3|T|-|5"});
+        row("[playlist] inside a line", "#EXTINF:5,Best of [Playlist]\na.mp3",
+            {"a.mp3|Best of [Playlist]|-|5"});
+        row("[playlist] lower-cased, not case-folded", "[playli\xC5\xBFt]\na.mp3",
+            {QString::fromUtf8("[playli\xC5\xBFt]"), "a.mp3"});
         row("empty file", "", {});
         row("numeric order",
             "[playlist]\nFile3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries="
@@ -246,6 +259,37 @@ private slots:
         QTEST(QString::fromUtf8(readFile(path)), "expected");
     }
 
+    // What the writer writes reads back as the same songs: awkward names beside a playlist in <tmp>/p, as a
+    // relative M3U, a relative PLS and the session (absolute paths). "My Song.mp3" exists there.
+    void roundTrips_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("title");
+        for (const char* name :
+             {"#1 Hit.mp3", " leading blank.mp3", "trailing blank.mp3 ", "AC\\DC.mp3", "[Playlist]",
+              "c:/drive.mp3", "http:stream.mp3", "My%20Song.mp3", "two\nlines.mp3", "next\u2028line.mp3"})
+            QTest::addRow("%s", name) << QString::fromUtf8(name) << "Title";
+        QTest::addRow("[playlist] in a title") << "a.mp3"
+                                               << "Best of [Playlist]";
+        QTest::addRow("line breaks in a title") << "a.mp3"
+                                                << "1\n2\r3\u00854\u20285\u20296\v7\f8";
+    }
+    void roundTrips() {
+        QFETCH(QString, name);
+        QFETCH(QString, title);
+        const fixtures::ScratchHome home; // where the session file goes
+        const QString path = m_dir.filePath("p/" + name), other = m_dir.filePath("p/b.mp3");
+        const QList<Track> tracks = {track(path, "", title, 5), track(other, "", "B", 6)};
+        static const QRegularExpression lineBreak("\\v"); // LF, VT, FF, CR, NEL, LS and PS
+        const QStringList expected = {path + "|" + QString(title).replace(lineBreak, " ") + "|-|5",
+                                      other + "|B|-|6"};
+        for (const QString list : {"rt.m3u8", "rt.pls"}) {
+            QCOMPARE(write(tracks, m_dir.filePath("p/" + list)), QString());
+            QCOMPARE(describe(PlaylistFile::readPlaylist(m_dir.url("p/" + list)).entries), expected);
+        }
+        QCOMPARE(SessionFile::write(tracks), std::nullopt);
+        QCOMPARE(describe(SessionFile::read().value_or(QList<PlaylistEntry>())), expected);
+    }
+
     // Relative paths are under <tmp>/links, where "linked" points to "real".
     void relativePaths_data() {
         QTest::addColumn<QString>("file");
@@ -324,6 +368,18 @@ private slots:
         QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         QVERIFY(!readOnlyError.isEmpty());
         QCOMPARE(readFile(path), "old");
+    }
+
+    // A write cut short on a nearly full disk says why, as a disk with no room at all does.
+    void reportsAFullDisk() {
+        fixtures::ScratchMount disk(64 * 1024);
+        if (!disk.isValid())
+            QSKIP("cannot mount a small file system here for a full disk");
+        const QList<Track> tracks(2000, track("/music/song.mp3", "Artist", "Title", 100));
+        for (const int room : {8 * 1024, 0}) {
+            QVERIFY(fixtures::writeFile(disk.path() + "/filler", QByteArray(64 * 1024 - room, 'f')));
+            QCOMPARE(write(tracks, disk.path() + "/list.m3u8"), qt_error_string(ENOSPC));
+        }
     }
 };
 

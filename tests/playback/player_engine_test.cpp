@@ -244,6 +244,14 @@ private slots:
         QCOMPARE(m_publisher.log.last(), "cleared");
     }
 
+    // A song that fails to start is what the desktop shows, paused, not the song before it.
+    void nowPlayingShowsAFailedStart() {
+        engine().setQueue(makeQueue("om"));
+        engine().playTrackAt(0);
+        engine().next();
+        QCOMPARE(m_publisher.log.last(), "s1 paused, rate 0, at 0 s");
+    }
+
     // Now playing is published at events only: the ticker moves the position without republishing.
     void nowPlayingAtEventsOnly() {
         playing(2, 0);

@@ -148,6 +148,18 @@ private slots:
         }
     }
 
+    // A lookup cancelled while it waits for its turn is dropped without a request.
+    void cancelledLookupSendsNothing() {
+        m_server->serve(searchPath, Response::json("{}"));
+        QCOMPARE(waitFor(m_service->lookup("Sent", "", "")), LookupResult::noMatch());
+        QFuture<LookupResult> dropped = m_service->lookup("Dropped", "", "");
+        dropped.cancel();
+        QCOMPARE(waitFor(m_service->lookup("Also sent", "", "")), LookupResult::noMatch());
+        QVERIFY(dropped.isCanceled());
+        QCOMPARE(m_server->requests().size(), 2);
+        QVERIFY(m_server->requests().last().target.contains("Also"));
+    }
+
     void badEndpointFailsButCountsForSpacing() {
         MetadataService service(QStringLiteral("ws/2/recording"));
         const auto start = std::chrono::steady_clock::now();

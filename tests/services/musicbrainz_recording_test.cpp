@@ -72,6 +72,7 @@ void MusicBrainzRecordingTest::proposal_data() {
     row("score empty string", R"({"score":""})", "");
     row("score overflowing", R"({"score":"99999999999999999999"})", "");
     row("score fraction", R"({"score":97.5})", "");
+    row("score of 64 bits", R"({"score":"-9223372036854775808"})", "score=-9223372036854775808");
     // The best recording: highest score first, ties in the service's order, one with a release if any.
     const QByteArray release = R"("releases":[{"title":"R"}])";
     row("best without release passed over",
@@ -99,6 +100,8 @@ void MusicBrainzRecordingTest::proposal_data() {
         "album=Year; year=1997");
     row("all undated: first listed", R"({"releases":[{"title":"First"},{"title":"Second"}]})", "album=First");
     row("short date kept", R"({"releases":[{"title":"R","date":"19"}]})", "album=R; year=19");
+    row("year of 4 characters beyond 16 bits", R"({"releases":[{"title":"R","date":"𝟏𝟗𝟗𝟕-05"}]})",
+        "album=R; year=𝟏𝟗𝟗𝟕");
     row("blank date gives no year", R"({"releases":[{"title":"R","date":"    "}]})", "album=R");
     row("first medium without tracks",
         R"({"releases":[{"title":"R","media":[{"track":[]},{"track":[{"number":"2"}]}]}]})", "album=R");

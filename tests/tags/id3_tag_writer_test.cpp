@@ -189,6 +189,17 @@ private slots:
             dir.filePath("song.mp3.FLAC"), std::nullopt, Kind::NotMP3,
             "Tag editing currently supports MP3 files only. This is a .flac file \u2014 its metadata can be "
             "viewed but not saved.");
+        // A leading dot names a hidden file; it does not start an extension.
+        QVERIFY(writeFile(dir.filePath(".mp3"), QByteArray(4000, 'a')));
+        expectRefusal(
+            dir.filePath(".mp3"), std::nullopt, Kind::NotMP3,
+            "Tag editing currently supports MP3 files only. This is a . file \u2014 its metadata can "
+            "be viewed but not saved.");
+        // Write-protected by its owner: refused even where the folder (or the superuser) could replace it.
+        QVERIFY(writeFile(dir.filePath("locked.mp3"), QByteArray(4000, 'a')));
+        QCOMPARE(::chmod(QFile::encodeName(dir.filePath("locked.mp3")), 0444), 0);
+        expectRefusal(dir.filePath("locked.mp3"), std::nullopt, Kind::Unwritable,
+                      "Couldn't save locked.mp3: " + qt_error_string(EACCES) + ".");
         QVERIFY(QDir(dir.path()).mkdir("Ünïcode album.mp3"));
         expectRefusal(dir.filePath("Ünïcode album.mp3"), std::nullopt, Kind::Unreadable,
                       "Couldn't read Ünïcode album.mp3.");

@@ -165,7 +165,17 @@ if $list_only; then
 fi
 
 mkdir -p "$tree" "$build"
-rsync -rlp --checksum --delete --exclude '/build*' --exclude '/.git' "$source_dir/" "$tree/"
+# Brings the copy up to date with the checkout; only files whose contents differ are copied.
+(cd "$source_dir" && find . -path ./.git -prune -o -path './build*' -prune -o -type f -print) |
+    while IFS= read -r path; do
+        cmp -s "$source_dir/$path" "$tree/$path" || {
+            mkdir -p "$(dirname "$tree/$path")"
+            cp "$source_dir/$path" "$tree/$path"
+        }
+    done
+(cd "$tree" && find . -type f -print) | while IFS= read -r path; do
+    [ -e "$source_dir/$path" ] || rm "$tree/$path"
+done
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 if [ ! -f "$build/build.ninja" ]; then

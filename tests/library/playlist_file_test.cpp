@@ -144,15 +144,21 @@ private slots:
             {"b.mp3|Second", "c.mp3"}, "list.pls");
         row("an m3u name with a [PlayList] section anywhere", "x.mp3\nFile1=a.mp3\n#EXTINF:5,x\n[PlayList]",
             {"a.mp3"}, "list.m3u8");
+        // Files written by other players, when the shared corpus is beside the checkout.
+        for (const auto& [file, expected] : {std::pair{"clementine/tests/data/pls_one.pls",
+                                                       QStringList{"filename with spaces.mp3|Title|-|123"}},
+                                             {"clementine/tests/data/pls_somafm.pls", {}}}) {
+            const QByteArray text = readFile(fixtures::corpusFile(file));
+            if (!text.isEmpty())
+                row(file, text, expected, QFileInfo(file).fileName());
+        }
         const QString nul(QChar(0));
         static const char nulBytes[] = "a\0b.mp3\n\0\n#EXTINF:\0,\0\nc%20\0.mp3\n";
         row("nul bytes", QByteArray(nulBytes, sizeof nulBytes - 1),
             {"a" + nul + "b.mp3", nul, "c%20" + nul + ".mp3|" + nul});
-        row("100,000 entries", "#EXTM3U\n" + QByteArray("#EXTINF:1,A - T\nx.mp3\n").repeated(100000),
-            QStringList(100000, "x.mp3|T|A|1"));
-        row("10 MB lines", "#EXTINF:" + QByteArray(10 << 20, '9') + ",x\n" + QByteArray(10 << 20, 'a'),
-            {QString(10 << 20, u'a') + "|x"});
-        row("10 MB pls key", "File" + QByteArray(10 << 20, '1') + "=a.mp3", {}, "key.pls");
+        // Numbers too large for their type: no duration, no entry (10 MB ones are in playlist_bench).
+        row("a huge duration", "#EXTINF:" + QByteArray(400, '9') + ",x\na.mp3", {"a.mp3|x"});
+        row("a huge pls key", "File" + QByteArray(30, '1') + "=a.mp3", {}, "key.pls");
     }
     void reads() {
         QFETCH(QString, name);
@@ -186,19 +192,6 @@ private slots:
             QVERIFY2(PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
         for (const QString path : {"/a/x.mp3", "/a/m3u", "/a.m3u/x"})
             QVERIFY2(!PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
-    }
-
-    // Files written by other players; the cases that matter are built above.
-    void readsCorpusPlaylists() {
-        const std::pair<const char*, int> files[] = {{"quodlibet/tests/data/test.m3u8", 5},
-                                                     {"clementine/tests/data/pls_one.pls", 1},
-                                                     {"clementine/tests/data/pls_somafm.pls", 0}};
-        for (const auto& [file, entries] : files) {
-            const QString path = fixtures::corpusFile(file);
-            if (path.isEmpty())
-                QSKIP("the shared corpus is not beside the checkout");
-            QCOMPARE(PlaylistFile::readPlaylist(QUrl::fromLocalFile(path)).entries.size(), entries);
-        }
     }
 
     void writes_data() {

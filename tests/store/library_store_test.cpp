@@ -1,3 +1,4 @@
+#include "library/TrackMetadata.h"
 #include "playback/MpvAudioPlayer.h"
 #include "playback/PlayerEngine.h"
 #include "store/LibraryStore.h"
@@ -280,8 +281,7 @@ private slots:
         if (!fixtures::haveTool(fixtures::systemPython()))
             QSKIP("mutagen is needed to read the tags back");
         m_music->addFile("art/cover.jpg", folderCover);
-        Track track =
-            song("a", QUrl::fromLocalFile(m_music->addSong("a.mp3")));
+        Track track = song("a", QUrl::fromLocalFile(m_music->addSong("a.mp3")));
         track.isMissing = situation == "missing";
         track.albumArtist = "Old";
         track.artwork = embeddedCover; // written again only when it came from the file
@@ -299,8 +299,7 @@ private slots:
         }
         QCOMPARE(store().status(), "Saved tags to a.mp3.");
         const Track saved = store().tracks().first();
-        QVERIFY((MusicMetadata{saved.title, saved.artist, saved.album, saved.albumArtist, saved.trackNumber,
-                               saved.year, saved.genre, saved.comment} == metadata));
+        QVERIFY(musicMetadata(saved) == metadata);
         QCOMPARE(saved.artwork, track.artwork);
         QCOMPARE(saved.artworkSource.kind() == ArtworkSource::Kind::Embedded, !written.isEmpty());
         const auto read =

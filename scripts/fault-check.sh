@@ -28,7 +28,7 @@ atomic-mode-not-kept @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ if (::fch
 atomic-old-file-left @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ ::unlink(temporary.constData()); // now the old file @@ // swapped
 atomic-fifo-replaced @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ if (!S_ISREG(info.st_mode)) @@ if (false)
 atomic-relative-link @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ current = link.startsWith('/') ? link : directoryOf(current) + '/' + link; @@ current = link;
-atomic-creates-missing @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ if (mode == ReplaceMode::ReplaceExisting && !target.exists) @@ if (false)
+atomic-new-file-private @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ target.exists ? 0600 : 0666); @@ target.exists ? 0600 : 0600);
 artwork-large-bonus @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ score += 15; @@ score += 5;
 artwork-hidden-files @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ if (name.startsWith(u'.') || !entry.isFile() @@ if (!entry.isFile()
 artwork-smaller-first @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ a.rank > b.rank : a.size > b.size; @@ a.rank > b.rank : a.size < b.size;

@@ -12,7 +12,6 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 
@@ -67,7 +66,7 @@ class PlaylistFileTest : public QObject {
 private slots:
     void initTestCase() {
         for (const char* name : {"p/a.mp3", "p/b.mp3", "p/My Song.mp3", "p/Both Here.mp3",
-                                 "p/Both%20Here.mp3", "links/real/song.mp3"})
+                                 "p/Both%20Here.mp3", "p/Café.mp3", "links/real/song.mp3"})
             QVERIFY(!m_dir.addFile(name, "x").isEmpty());
         QVERIFY(QDir().mkpath(m_dir.filePath("links/lists")));
         QVERIFY(QFile::link(m_dir.filePath("links/real"), m_dir.filePath("links/linked")));
@@ -122,8 +121,8 @@ private slots:
                 "/a.mp3",
             {"My Song.mp3", "b.mp3", "a.mp3"});
         // Decoded only when the decoded name exists and the name as written does not.
-        row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3",
-            {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3"});
+        row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3\nCaf%c3%A9.mp3",
+            {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3", "Café.mp3"});
         row("empty file", "", {});
         row("numeric order",
             "[playlist]\nFile3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries="

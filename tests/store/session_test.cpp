@@ -5,8 +5,8 @@
 #include "support/MusicFolder.h"
 #include "support/ScratchHome.h"
 
-#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>

@@ -105,7 +105,6 @@ private slots:
             {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X"});
         row("no comma, empty display", "#EXTINF:100 Title\na.mp3\n#EXTINF:5,  \nb.mp3",
             {"a.mp3", "b.mp3|-|-|5"});
-        row("a later title keeps the earlier artist", "#EXTINF:5,X - Y\n#EXTINF:7,Z\na.mp3", {"a.mp3|Z|X|7"});
         row("only the first dash splits", "#EXTINF:5,A - B - C\na.mp3", {"a.mp3|B - C|A|5"});
         row("comments keep pending values", "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3",
             {"a.mp3|T|A|3"});

@@ -57,14 +57,12 @@ void MusicBrainzRecordingTest::proposal_data() {
     // Strict decoding: any listed field of the wrong type spoils the whole answer.
     answer("empty object", "{}", "no match");
     answer("array at top", "[]", "unreadable");
-    row("nulls and unknown keys ignored", R"({"title":null,"isrcs":[1,2],"extra":{"a":[]}})", "");
     row("integral count written as 5.0", R"({"tags":[{"name":"pop","count":5.0}]})", "genre=Pop");
     row("track number an integer", R"({"releases":[{"media":[{"track":[{"number":3}]}]}]})", "unreadable");
     row("tag count a string", R"({"tags":[{"count":"5"}]})", "unreadable");
     row("tag count fractional", R"({"tags":[{"count":2.5}]})", "unreadable");
     // The score alone is lenient: a whole number, else a string of decimal digits, else nothing.
     row("score string", R"({"score":"97"})", "score=97");
-    row("score signed string", R"({"score":"+42"})", "score=42");
     row("score percent string", R"({"score":"97%"})", "");
     row("score overflowing", R"({"score":"99999999999999999999"})", "");
     row("score fraction", R"({"score":97.5})", "");
@@ -76,9 +74,6 @@ void MusicBrainzRecordingTest::proposal_data() {
     row("equal scores keep the service's order",
         R"({"title":"A","score":90,)" + release + R"(},{"title":"B","score":90,)" + release + "}",
         "title=A; album=R; score=90");
-    row("missing score sorts after a positive one",
-        R"({"title":"A",)" + release + R"(},{"title":"B","score":1,)" + release + "}",
-        "title=B; album=R; score=1");
     row("no releases anywhere: highest score", R"({"title":"A","score":10},{"title":"B","score":60})",
         "title=B; score=60");
     // The mapping of the chosen recording.
@@ -92,8 +87,6 @@ void MusicBrainzRecordingTest::proposal_data() {
     row("year before a full date of the same year",
         R"({"releases":[{"title":"Full","date":"1997-05-21"},{"title":"Year","date":"1997"}]})",
         "album=Year; year=1997");
-    row("short date kept", R"({"releases":[{"title":"R","date":"19"}]})", "album=R; year=19");
-    row("blank date gives no year", R"({"releases":[{"title":"R","date":"    "}]})", "album=R");
     row("most counted tag, first of a tie",
         R"({"tags":[{"name":"rock","count":2},{"name":"classic rock","count":5},{"name":"pop","count":5}]})",
         "genre=Classic Rock");

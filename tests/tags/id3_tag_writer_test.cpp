@@ -97,7 +97,6 @@ private slots:
         row("picture frame", ID3TagWriter::pictureFrame(bytes({0x89, 'P', 'N', 'G'})),
             "APIC" + bytes({0, 0, 0, 17, 0, 0, 3}) + "image/png" + bytes({0, 3, 0, 0x89, 'P', 'N', 'G'}));
         row("syncsafe", ID3TagWriter::syncsafe(300016), bytes({0, 0x12, 0x27, 0x70}));
-        row("largest syncsafe", ID3TagWriter::syncsafe((1 << 28) - 1), bytes({0x7F, 0x7F, 0x7F, 0x7F}));
         row("PNG needs four bytes", ID3TagWriter::imageMimeType(bytes({0x89, 0x50, 0x4E})), "image/jpeg");
 
         // The audio audioRange() finds between the old tags.
@@ -109,7 +108,6 @@ private slots:
         };
         row("size bytes masked", audioOf("ID3" + bytes({3, 0, 0, 0x80, 0x80, 0x80, 0x85}) + "12345" + audio),
             audio);
-        row("127 bytes beginning TAG", audioOf(oldTrailer.chopped(1)), oldTrailer.chopped(1));
         row("second tag kept as audio", audioOf(tag + tag + audio), tag + audio);
         row("tag longer than the file", audioOf(id3Header(4, 0, 2000) + audio), {});
 
@@ -126,10 +124,8 @@ private slots:
         row("3/12, Hard Rock", ends("3/12", "Hard Rock"), bytes({3, 79}));
         row("0300 is over 255, Alt. Rock", ends("0300", "Alt. Rock"), bytes({255, 40}));
         row("huge, AlternRock", ends("99999999999999999999999", "AlternRock"), bytes({255, 255}));
-        row("negative, Gangsta alone", ends("-2", "Gangsta"), bytes({0, 255}));
         row("leading space, trimmed Blues", ends(" 3", "\u2028 Blues \t"), bytes({0, 0}));
         row("empty pieces dropped, Psychedelic", ends("/5/", "Psychedelic"), bytes({5, 67}));
-        row("non-ASCII digit, numeric reference", ends("\u0663", "(8)"), bytes({0, 255}));
 
         row("Latin-1 from a decomposed letter", ID3TagWriter::latin1Field("Cafe\u0301", 4),
             bytes({'C', 'a', 'f', 0xE9}));

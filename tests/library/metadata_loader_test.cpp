@@ -53,7 +53,7 @@ bool tagWithMutagen(const QString& path, const QString& script, const QString& i
     const QString prelude =
         "import sys, base64\nfrom mutagen import id3\nfrom mutagen.id3 import ID3, COMM, APIC\n"
         "from mutagen.mp4 import MP4, MP4Cover\nfrom mutagen.flac import FLAC, Picture\n"
-        "from mutagen.wave import WAVE\nfrom mutagen.aiff import AIFF\n"
+        "from mutagen.wave import WAVE\n"
         "p = sys.argv[1]; img = open(sys.argv[2], 'rb').read()\n"
         "def frames(t, **texts): [t.add(getattr(id3, k)(text=v)) for k, v in texts.items()]\n";
     const auto result = fixtures::run(fixtures::systemPython(), {"-c", prelude + script, path, imagePath});
@@ -229,20 +229,10 @@ private slots:
             "t.add(APIC(type=4, desc='back', data=b'not the cover')); t.add(APIC(type=3, data=img))\n";
         row("mp3 id3v2.4", "mp3",
             "t = ID3()\n" + id3 + "frames(t, TDRC='2019-05-03', TCON='(17)'); t.save(p)", all);
-        row("mp3 id3v2.3", "mp3",
-            "t = ID3()\n" + id3 + "frames(t, TYER='2019', TCON='(17)'); t.save(p, v2_version=3)", all);
         row("mp3 id3v1 only", "mp3",
             "t = ID3(); frames(t, TIT2='T', TPE1='A', TALB='B', TDRC='1984', TRCK='7', TCON='(40)')\n"
             "t.save(p, v1=2); id3.delete(p, delete_v1=False, delete_v2=True)",
             "T|A|B||7|1984|Alt. Rock|");
-        // Nothing writes ID3v2.2 any more: its three-letter frames, by hand.
-        row("mp3 id3v2.2", "mp3", R"(def v22(i, d): return i + len(d).to_bytes(3, 'big') + d
-texts = [(b'TT2', b'Title'), (b'TP1', b'Artist'), (b'TAL', b'Album'), (b'TP2', b'Band'), (b'TRK', b'3/12')]
-texts += [(b'TYE', b'2019'), (b'TCO', b'(17)'), (b'COM', b'eng\0Comment'), (b'PIC', b'JPG\3\0' + img)]
-body = b''.join(v22(i, b'\0' + t) for i, t in texts); n = len(body); audio = open(p, 'rb').read()
-size = bytes([n >> 21 & 127, n >> 14 & 127, n >> 7 & 127, n & 127])
-open(p, 'wb').write(b'ID3\2\0\0' + size + body + audio))",
-            all);
         row("mp3 ape over id3v1", "mp3", R"(from mutagen.apev2 import APEv2, APEValue, BINARY
 a = APEv2(); a.update({'Title': 'Title', 'Artist': 'Artist', 'Album': 'Album', 'Album Artist': 'Band'})
 a.update({'Track': '3/12', 'Year': '2019', 'Genre': 'Rock', 'Comment': 'Comment'})
@@ -254,8 +244,6 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
             "f.update({'aART': 'Band', 'trkn': [(3, 12)], '\\xa9day': '2019-05-03T00:00:00Z'})\n"
             "f.update({'\\xa9gen': 'Rock', '\\xa9cmt': 'Comment', 'covr': [MP4Cover(img)]}); f.save()",
             all);
-        row("m4a author, track without total", "m4a",
-            "f = MP4(p); f['\\xa9aut'] = 'Author'; f['trkn'] = [(5, 0)]; f.save()", "Tone|Author|||5|||");
         // mutagen writes no predefined genre: a user genre of the code's two bytes is turned into one.
         const auto predefined = [](int code) {
             return QStringLiteral(
@@ -265,21 +253,15 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
                 .arg(code);
         };
         row("m4a predefined genre", "m4a", predefined(41), "Tone||||||Alt. Rock|");
-        row("m4a predefined genre past the table", "m4a", predefined(81), "Tone||||||Folk|");
         row("flac picture block", "flac",
             "f = FLAC(p); f.update({'TITLE': 'Title', 'artist': 'Artist', 'ALBUM': 'Album'})\n"
             "f['ALBUMARTIST'] = 'Band'\n"
             "f.update({'TRACKNUMBER': '3/12', 'DATE': '2019-05-03', 'GENRE': '(17)', 'COMMENT': 'Comment'})\n"
             "pic = Picture(); pic.type = 3; pic.data = img; f.add_picture(pic); f.save()",
             all);
-        row("flac picture comment, artist over author", "flac",
-            "f = FLAC(p); f['ARTIST'] = 'Artist'; f['AUTHOR'] = 'Author'; pic = Picture(); pic.data = img\n"
-            "f['METADATA_BLOCK_PICTURE'] = base64.b64encode(pic.write()).decode(); f.save()",
-            "Tone|Artist||||||");
         const QString chunk =
             "f.add_tags(); t = f.tags\n" + id3 + "frames(t, TDRC='2019', TCON='Rock'); f.save()";
         row("wav id3 chunk", "wav", "f = WAVE(p)\n" + chunk, all);
-        row("aif id3 chunk", "aif", "f = AIFF(p)\n" + chunk, all);
     }
     void readsRealFiles() {
         QFETCH(QString, extension);
@@ -348,25 +330,25 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
                                                {"folder", "song.mp3", {}},
                                                {"fifo", "song.mp3", {}}})
             QTest::addRow("%s", tag) << name << bytes;
-        for (const char* kind : {"truncated", "flipped"})
-            for (const char* extension : {"mp3", "m4a", "flac", "wav", "caf", "adts", "au"})
-                QTest::addRow("%s %s", kind, extension)
-                    << QStringLiteral("song.%1").arg(extension) << QByteArray();
+        // Damaged files other tools wrote (truncated, corrupted, oversized), read under their own names.
+        for (const char* file :
+             {"mutagen/tests/data/too-short.mp3", "taglib/tests/data/excessive_alloc.mp3",
+              "taglib/tests/data/compressed_id3_frame.mp3", "taglib/tests/data/garbage.mp3",
+              "mutagen/tests/data/audacious-trailing-id32-apev2.mp3", "taglib/tests/data/duplicate_tags.wav",
+              "taglib/tests/data/duplicate_id3v2.mp3", "mutagen/tests/data/bad-TYER-frame.mp3"})
+            QTest::addRow("corpus %s", file) << QFileInfo(file).fileName() << QByteArray(file);
     }
     void survivesBadInput() {
         QFETCH(QString, name);
         QFETCH(QByteArray, bytes);
         const QString tag = QString::fromLatin1(QTest::currentDataTag());
         const QString file = path("bad/" + QString(tag).replace(' ', '_') + "/" + name);
-        const bool damagedTone = tag.startsWith("truncated") || tag.startsWith("flipped");
+        const bool corpus = tag.startsWith("corpus");
         QVERIFY(QDir().mkpath(QFileInfo(file).path()));
-        if (damagedTone) {
-            QVERIFY(makeTone(file));
-            bytes = readFile(file);
-            if (tag.startsWith("truncated"))
-                bytes.truncate(bytes.size() / 3);
-            for (qsizetype i = 7; tag.startsWith("flipped") && i < bytes.size(); i += 61)
-                bytes[i] = char(bytes[i] ^ 0x5a);
+        if (corpus) {
+            bytes = fixtures::readFile(fixtures::corpusFile(QString::fromUtf8(bytes)));
+            if (bytes.isEmpty())
+                QSKIP("the shared corpus is not beside the checkout");
         }
         if (tag == "folder")
             QVERIFY(QDir().mkpath(file));
@@ -381,7 +363,7 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         QVERIFY(QTest::qWaitFor([&] { return loading.isFinished(); }, 10000));
         const Track track = loading.result();
         QVERIFY(!track.isMissing && std::isfinite(track.duration) && track.duration > 0);
-        if (!damagedTone) {
+        if (!corpus) {
             QCOMPARE(textFields(track), "song|||||||");
             QVERIFY(track.duration == 99.0 && !track.artwork);
             QCOMPARE(MetadataLoader::loadExtendedTags(urlOf(file)).result(), ExtendedTags{});
@@ -400,29 +382,6 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         ::unlink(rawName.constData()); // the temporary folder's cleanup cannot name it
         QVERIFY(!track.isMissing && track.duration > 0.5);
         QCOMPARE(track.title, QString::fromUtf8("caf\uFFFD \uFFFD"));
-    }
-
-    // Damaged files other tools wrote.
-    void readsCorpusFiles_data() {
-        QTest::addColumn<QString>("file");
-        for (const char* file :
-             {"mutagen/tests/data/emptyfile.mp3", "mutagen/tests/data/too-short.mp3",
-              "taglib/tests/data/excessive_alloc.mp3", "taglib/tests/data/compressed_id3_frame.mp3",
-              "taglib/tests/data/extended-header.mp3", "taglib/tests/data/garbage.mp3",
-              "mutagen/tests/data/audacious-trailing-id32-id31.mp3",
-              "mutagen/tests/data/audacious-trailing-id32-apev2.mp3", "mutagen/tests/data/apev2-lyricsv2.mp3",
-              "taglib/tests/data/duplicate_tags.wav", "taglib/tests/data/rare_frames.mp3",
-              "taglib/tests/data/duplicate_id3v2.mp3", "mutagen/tests/data/bad-TYER-frame.mp3",
-              "mutagen/tests/data/id3v1v2-combined.mp3", "mutagen/tests/data/has-tags.m4a"})
-            QTest::addRow("%s", file) << file;
-    }
-    void readsCorpusFiles() {
-        QFETCH(QString, file);
-        const QString local = fixtures::corpusFile(file);
-        if (local.isEmpty())
-            QSKIP("the shared corpus is not beside the checkout");
-        const Track track = loadWith(local, FileMetadataReader());
-        QVERIFY(!track.isMissing && std::isfinite(track.duration) && track.duration >= 0);
     }
 };
 

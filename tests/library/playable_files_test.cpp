@@ -74,16 +74,6 @@ private slots:
             expected.removeOne("lib/locked/3.mp3");
         QCOMPARE(found, expected);
     }
-
-    void sortsTwentyThousandFilesInOneFolder() {
-        fixtures::MusicFolder music;
-        for (int i = 20000; i >= 1; --i)
-            QVERIFY(!music.addFile(QStringLiteral("big/%1.mp3").arg(i)).isEmpty());
-        const QList<QUrl> urls = collectPlayableFiles({music.url("big")});
-        QCOMPARE(urls.size(), 20000);
-        QCOMPARE(urls[9].fileName(), "10.mp3");
-        QCOMPARE(urls.last().fileName(), "20000.mp3");
-    }
 };
 
 QTEST_GUILESS_MAIN(PlayableFilesTest)

@@ -16,7 +16,6 @@
 
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 
@@ -71,7 +70,7 @@ class PlaylistFileTest : public QObject {
 private slots:
     void initTestCase() {
         for (const char* name : {"p/a.mp3", "p/b.mp3", "p/My Song.mp3", "p/Both Here.mp3",
-                                 "p/Both%20Here.mp3", "links/real/song.mp3"})
+                                 "p/Both%20Here.mp3", "p/Café.mp3", "links/real/song.mp3"})
             QVERIFY(!m_dir.addFile(name, "x").isEmpty());
         QVERIFY(QDir().mkpath(m_dir.filePath("links/lists")));
         QVERIFY(QFile::link(m_dir.filePath("links/real"), m_dir.filePath("links/linked")));
@@ -110,14 +109,12 @@ private slots:
             {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X"});
         row("no comma, empty display", "#EXTINF:100 Title\na.mp3\n#EXTINF:5,  \nb.mp3",
             {"a.mp3", "b.mp3|-|-|5"});
-        row("a later title keeps the earlier artist", "#EXTINF:5,X - Y\n#EXTINF:7,Z\na.mp3", {"a.mp3|Z|X|7"});
         row("only the first dash splits", "#EXTINF:5,A - B - C\na.mp3", {"a.mp3|B - C|A|5"});
         row("comments keep pending values", "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3",
             {"a.mp3|T|A|3"});
         row("a stream takes its title", "#EXTINF:-1,Radio\nhttp://radio.example/stream\nb.mp3", {"b.mp3"});
         row("remote schemes", "HTTPS://x/a.mp3\nrtsp://x/a\nRtmp://x/a\nmms://x/a\nhttp:a.mp3\nb.mp3",
             {"b.mp3"});
-        row("other schemes are relative paths", "ftp://host/a.mp3", {"ftp:/host/a.mp3"});
         row("windows drives", "C:\\Music\\a.mp3\nd:/Music/a.mp3\nC:a.mp3\nb.mp3", {"C:a.mp3", "b.mp3"});
         row("backslashes, blanks trimmed", " \t Music\\Album\\01.mp3 \t", {"Music/Album/01.mp3"});
         row("dot segments resolved", "./x/../a.mp3\n../q/b.mp3\n/music//x/../a.mp3",
@@ -127,8 +124,8 @@ private slots:
                 "/a.mp3",
             {"My Song.mp3", "b.mp3", "a.mp3"});
         // Decoded only when the decoded name exists and the name as written does not.
-        row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3",
-            {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3"});
+        row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3\nCaf%c3%A9.mp3",
+            {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3", "Café.mp3"});
         row("dot segments above the root", "../../../../../../../../../../x.mp3\nfile:///../../y.mp3",
             {"/x.mp3", "/y.mp3"});
         row("file urls of other hosts name no local file",
@@ -149,7 +146,6 @@ private slots:
             {"a.mp3|Song|Artist|215", "b.mp3|Just a title"}, "list.pls");
         row("keys in any case, values trimmed", "FILE1=  a.mp3 \ntItLe1=\tT \nLENGTH1= 7.5",
             {"a.mp3|T|-|7.5"}, "list.pls");
-        row("space before =", "File1 =a.mp3\nFile2=b.mp3\nTitle2 =T", {"b.mp3"}, "list.pls");
         row("later keys replace, empty values and stray titles skipped",
             "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second\nFile2=\nTitle2=T\nFile3=c.mp3\nLength3="
             "abc\n"
@@ -157,15 +153,17 @@ private slots:
             {"b.mp3|Second", "c.mp3"}, "list.pls");
         row("an m3u name with a [PlayList] section anywhere", "x.mp3\nFile1=a.mp3\n#EXTINF:5,x\n[PlayList]",
             {"a.mp3"}, "list.m3u8");
-        const QString nul(QChar(0));
-        static const char nulBytes[] = "a\0b.mp3\n\0\n#EXTINF:\0,\0\nc%20\0.mp3\n";
-        row("nul bytes", QByteArray(nulBytes, sizeof nulBytes - 1),
-            {"a" + nul + "b.mp3", nul, "c%20" + nul + ".mp3|" + nul});
-        row("100,000 entries", "#EXTM3U\n" + QByteArray("#EXTINF:1,A - T\nx.mp3\n").repeated(100000),
-            QStringList(100000, "x.mp3|T|A|1"));
-        row("10 MB lines", "#EXTINF:" + QByteArray(10 << 20, '9') + ",x\n" + QByteArray(10 << 20, 'a'),
-            {QString(10 << 20, u'a') + "|x"});
-        row("10 MB pls key", "File" + QByteArray(10 << 20, '1') + "=a.mp3", {}, "key.pls");
+        // Files written by other players, when the shared corpus is beside the checkout.
+        for (const auto& [file, expected] : {std::pair{"clementine/tests/data/pls_one.pls",
+                                                       QStringList{"filename with spaces.mp3|Title|-|123"}},
+                                             {"clementine/tests/data/pls_somafm.pls", {}}}) {
+            const QByteArray text = readFile(fixtures::corpusFile(file));
+            if (!text.isEmpty())
+                row(file, text, expected, QFileInfo(file).fileName());
+        }
+        // Numbers too large for their type: no duration, no entry (10 MB ones are in playlist_bench).
+        row("a huge duration", "#EXTINF:" + QByteArray(400, '9') + ",x\na.mp3", {"a.mp3|x"});
+        row("a huge pls key", "File" + QByteArray(30, '1') + "=a.mp3", {}, "key.pls");
     }
     void reads() {
         QFETCH(QString, name);
@@ -199,19 +197,6 @@ private slots:
             QVERIFY2(PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
         for (const QString path : {"/a/x.mp3", "/a/m3u", "/a.m3u/x"})
             QVERIFY2(!PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
-    }
-
-    // Files written by other players; the cases that matter are built above.
-    void readsCorpusPlaylists() {
-        const std::pair<const char*, int> files[] = {{"quodlibet/tests/data/test.m3u8", 5},
-                                                     {"clementine/tests/data/pls_one.pls", 1},
-                                                     {"clementine/tests/data/pls_somafm.pls", 0}};
-        for (const auto& [file, entries] : files) {
-            const QString path = fixtures::corpusFile(file);
-            if (path.isEmpty())
-                QSKIP("the shared corpus is not beside the checkout");
-            QCOMPARE(PlaylistFile::readPlaylist(QUrl::fromLocalFile(path)).entries.size(), entries);
-        }
     }
 
     void writes_data() {
@@ -342,8 +327,8 @@ private slots:
         QCOMPARE(fixtures::folderEntries(dir.path()), (QStringList{"link.m3u8", "real.m3u8"}));
     }
 
-    // A write that fails halfway (a full disk, here the file size limit) or cannot start (a read-only
-    // folder) reports an error and leaves the old playlist as it was.
+    // A write that fails halfway (a full disk, here the file size limit) reports an error and leaves the old
+    // playlist as it was.
     void keepsTheOldFileWhenWritingFails() {
         QTemporaryDir dir;
         const QString path = dir.filePath("list.m3u8");
@@ -361,13 +346,6 @@ private slots:
         QVERIFY(!error.isEmpty());
         QCOMPARE(readFile(path), "old");
         QCOMPARE(fixtures::folderEntries(dir.path()), QStringList{"list.m3u8"});
-        if (geteuid() == 0)
-            QSKIP("a read-only folder does not stop the superuser");
-        QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::ExeOwner));
-        const QString readOnlyError = write({}, path);
-        QVERIFY(QFile::setPermissions(dir.path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        QVERIFY(!readOnlyError.isEmpty());
-        QCOMPARE(readFile(path), "old");
     }
 
     // A write cut short on a nearly full disk says why, as a disk with no room at all does.

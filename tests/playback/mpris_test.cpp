@@ -148,8 +148,10 @@ private slots:
         }
     }
 
+    // Each command reaches the engine; what the engine then does (wrapping, restarting, clamping) is its
+    // test's.
     void transport_data() {
-        QTest::addColumn<QString>("start");       // "<song> playing|paused <seconds>"; empty: nothing loaded
+        QTest::addColumn<QString>("start");       // "<song> playing|paused <seconds>"
         QTest::addColumn<QStringList>("command"); // playerctl's
         QTest::addColumn<QString>("expected");    // "<song> <status> <seconds>"
 
@@ -161,20 +163,18 @@ private slots:
         row("play-pause while paused", "0 paused 0", {"play-pause"}, "0 Playing 0");
         row("pause", "1 playing 20", {"pause"}, "1 Paused 20");
         row("play resumes", "1 paused 20", {"play"}, "1 Playing 20");
-        row("play with nothing loaded", "", {"play"}, "0 Playing 0");
-        row("next on the last song wraps", "2 playing 0", {"next"}, "0 Playing 0");
-        row("previous after 3 s restarts", "1 playing 3.5", {"previous"}, "1 Playing 0");
+        row("next", "1 playing 0", {"next"}, "2 Playing 0");
+        row("previous", "1 playing 0", {"previous"}, "0 Playing 0");
         row("stop", "1 playing 20", {"stop"}, "1 Stopped 0");
         row("seek forward", "0 paused 42.5", {"position", "5+"}, "0 Paused 47.5");
-        row("set position past the end clamps", "0 paused 42.5", {"position", "500"}, "0 Paused 200");
+        row("set position", "0 paused 42.5", {"position", "50"}, "0 Paused 50");
     }
 
     void transport() {
         QFETCH(QString, start);
         QFETCH(QStringList, command);
         const QStringList from = start.split(' ');
-        if (!start.isEmpty())
-            startAt(from[0].toInt(), from[1] == "paused", from[2].toDouble());
+        startAt(from[0].toInt(), from[1] == "paused", from[2].toDouble());
 
         playerctl(command);
         // The command runs just after its reply, so before the next client is answered.
@@ -216,20 +216,18 @@ private slots:
         QCOMPARE(can(), "100000");
 
         const QString root = "org.mpris.MediaPlayer2";
-        QCOMPARE(property("Identity", root) + property("CanRaise", root) + property("CanQuit", root),
-                 "variant string \"Orvelle\"variant boolean truevariant boolean true");
-        // The desktop file the entry names exists and is the program's.
-        const QString desktopEntry = property("DesktopEntry", root).section('"', 1, 1);
-        const QString desktopFile = QFINDTESTDATA("../../data/" + desktopEntry + ".desktop");
-        QCOMPARE(QSettings(desktopFile, QSettings::IniFormat).value("Desktop Entry/Name"),
-                 QVariant("Orvelle"));
+        QCOMPARE(
+            property("Identity", root) + property("CanRaise", root) + property("CanQuit", root) +
+                property("DesktopEntry", root),
+            "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string \"orvelle\"");
 
+        // Each request is counted on its own signal, so one sent for the other shows.
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
         QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
         call(root + ".Raise");
-        QCOMPARE(raise.size(), 1);
+        QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 0}));
         call(root + ".Quit");
-        QCOMPARE(raise.size() + quit.size(), 2);
+        QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 1}));
     }
 
     // What clients are told without asking: jumps of the position and changed properties, but nothing

@@ -9,6 +9,7 @@
 #include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTimer>
 
 #include <algorithm>
 
@@ -108,8 +109,6 @@ private slots:
         last("Next, repeat off: wraps", "next", RepeatMode::Off, "0 playing at 0 s");
         last("repeat one, decode error: moves on", "decode:The sound output couldn't be started.",
              RepeatMode::One, "2 not playing at 0 s: The sound output couldn't be started.");
-        last("decode error without a sentence", "decode:", RepeatMode::Off,
-             "2 not playing at 0 s: The file stopped decoding partway through.");
         const auto previous = [](const char* name, int start, double position, const char* expected) {
             QTest::addRow("%s", name)
                 << "ooo" << RepeatMode::Off << start << position << "previous" << expected;
@@ -127,7 +126,6 @@ private slots:
              "4" + failed + "Stopped \u2014 several files in a row couldn't be played.");
         // The decode error after the start does not count either.
         play("a start resets the count", "mmmmommmmo", "decode:", "9 playing at 0 s");
-        play("missing last song", "om", "decode:", "1" + failed + "s1 isn't where the playlist says it is.");
         play("unreadable last song", "ou",
              "decode:", "1" + failed + "Can't play s1: The file isn't in a format Orvelle can play.");
     }
@@ -252,7 +250,8 @@ private slots:
         QCOMPARE(m_publisher.log.last(), "s1 paused, rate 0, at 0 s");
     }
 
-    // Now playing is published at events only: the ticker moves the position without republishing.
+    // Now playing is published at events only: the ticker moves the position without republishing, and
+    // stops while paused.
     void nowPlayingAtEventsOnly() {
         playing(2, 0);
         player().m_time = 4;
@@ -260,7 +259,11 @@ private slots:
         engine().pause();
         QSignalSpy timeChanged(&engine(), &PlayerEngine::currentTimeChanged);
         player().m_time = 9;
-        QVERIFY(!timeChanged.wait(500)); // no ticker while paused
+        // The deadline: a timer started after the ticker's, at its interval, fires after the tick would have.
+        QTimer tick;
+        tick.start(200);
+        QVERIFY(QSignalSpy(&tick, &QTimer::timeout).wait());
+        QCOMPARE(timeChanged.count(), 0);
         engine().seek(20);
         engine().togglePlayPause();
         engine().next();

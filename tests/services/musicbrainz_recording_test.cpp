@@ -57,19 +57,13 @@ void MusicBrainzRecordingTest::proposal_data() {
     // Strict decoding: any listed field of the wrong type spoils the whole answer.
     answer("empty object", "{}", "no match");
     answer("array at top", "[]", "unreadable");
-    answer("recordings an object", R"({"recordings":{}})", "unreadable");
-    row("nulls and unknown keys ignored", R"({"title":null,"isrcs":[1,2],"extra":{"a":[]}})", "");
     row("integral count written as 5.0", R"({"tags":[{"name":"pop","count":5.0}]})", "genre=Pop");
-    row("recording null in list", "null", "unreadable");
     row("track number an integer", R"({"releases":[{"media":[{"track":[{"number":3}]}]}]})", "unreadable");
     row("tag count a string", R"({"tags":[{"count":"5"}]})", "unreadable");
     row("tag count fractional", R"({"tags":[{"count":2.5}]})", "unreadable");
-    row("wrong type in a later recording", R"({"title":"A"},{"tags":"rock"})", "unreadable");
     // The score alone is lenient: a whole number, else a string of decimal digits, else nothing.
     row("score string", R"({"score":"97"})", "score=97");
-    row("score signed string", R"({"score":"+42"})", "score=42");
     row("score percent string", R"({"score":"97%"})", "");
-    row("score empty string", R"({"score":""})", "");
     row("score overflowing", R"({"score":"99999999999999999999"})", "");
     row("score fraction", R"({"score":97.5})", "");
     row("score of 64 bits", R"({"score":"-9223372036854775808"})", "score=-9223372036854775808");
@@ -81,16 +75,12 @@ void MusicBrainzRecordingTest::proposal_data() {
     row("equal scores keep the service's order",
         R"({"title":"A","score":90,)" + release + R"(},{"title":"B","score":90,)" + release + "}",
         "title=A; album=R; score=90");
-    row("missing score sorts after a positive one",
-        R"({"title":"A",)" + release + R"(},{"title":"B","score":1,)" + release + "}",
-        "title=B; album=R; score=1");
     row("no releases anywhere: highest score", R"({"title":"A","score":10},{"title":"B","score":60})",
         "title=B; score=60");
     // The mapping of the chosen recording.
     row("nameless credits skipped, names trimmed",
         R"({"artist-credit":[{"name":" Simon"},{"artist":{}},{"name":"Garfunkel "}]})",
         "artist=Simon, Garfunkel");
-    row("no credit named", R"({"artist-credit":[{"artist":{"name":"X"}}]})", "");
     row("earliest dated release, undated last",
         R"({"releases":[{"title":"Late","date":"2001-03-05"},{"title":"Undated"},)"
         R"({"title":"Early","date":"1999","media":[{"track":[{"number":"A2"}]}]}]})",
@@ -98,19 +88,13 @@ void MusicBrainzRecordingTest::proposal_data() {
     row("year before a full date of the same year",
         R"({"releases":[{"title":"Full","date":"1997-05-21"},{"title":"Year","date":"1997"}]})",
         "album=Year; year=1997");
-    row("all undated: first listed", R"({"releases":[{"title":"First"},{"title":"Second"}]})", "album=First");
-    row("short date kept", R"({"releases":[{"title":"R","date":"19"}]})", "album=R; year=19");
     row("year of 4 characters beyond 16 bits", R"({"releases":[{"title":"R","date":"𝟏𝟗𝟗𝟕-05"}]})",
         "album=R; year=𝟏𝟗𝟗𝟕");
-    row("blank date gives no year", R"({"releases":[{"title":"R","date":"    "}]})", "album=R");
-    row("first medium without tracks",
-        R"({"releases":[{"title":"R","media":[{"track":[]},{"track":[{"number":"2"}]}]}]})", "album=R");
     row("most counted tag, first of a tie",
         R"({"tags":[{"name":"rock","count":2},{"name":"classic rock","count":5},{"name":"pop","count":5}]})",
         "genre=Classic Rock");
     row("tag without count counts 0", R"({"tags":[{"name":"jazz"},{"name":"BLUES","count":1}]})",
         "genre=Blues");
-    row("top tag without a name", R"({"tags":[{"count":9},{"name":"pop","count":1}]})", "");
     // Apostrophes and combining accents stay inside their word; a hyphen ends it.
     row("genre words", "{\"tags\":[{\"name\":\"hip-hop rock'n'roll me\xcc\x81tal\"}]}",
         "genre=Hip-Hop Rock'n'roll Me\xcc\x81tal");

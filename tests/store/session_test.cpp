@@ -1,29 +1,22 @@
 #include "library/BookmarkStore.h"
-#include "library/SessionFile.h"
 #include "store/LibraryStore.h"
 #include "support/Await.h"
 #include "support/FileContents.h"
 #include "support/MusicFolder.h"
 #include "support/ScratchHome.h"
 
-#include <QDir>
 #include <QFile>
-#include <QProcess>
+#include <QFileInfo>
 #include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
 
-#include <sys/resource.h>
-
-#include <csignal>
 #include <memory>
 
 using fixtures::await;
 using fixtures::readFile;
 
 namespace {
-
-constexpr auto writerVariable = "ORVELLE_SESSION_TEST_WRITER";
 
 Track songAt(const QString& path, const QString& title = {}, double duration = 0) {
     Track track;
@@ -32,13 +25,6 @@ Track songAt(const QString& path, const QString& title = {}, double duration = 0
     track.title = title.isEmpty() ? QFileInfo(path).completeBaseName() : title;
     track.duration = duration;
     return track;
-}
-
-QList<Track> sessionOf(int count) {
-    QList<Track> tracks;
-    for (int i = 0; i < count; ++i)
-        tracks.append(songAt(QStringLiteral("/music/%1/Song %2.mp3").arg(count).arg(i), {}, i));
-    return tracks;
 }
 
 // The engine never plays here; a player that cannot open anything is enough.
@@ -75,7 +61,7 @@ private slots:
     void cleanup() { m_home.reset(); }
 
     // Three changes within 0.7 s write once, the list as it was at the last change; closing writes the
-    // header.
+    // header. The second write is the deadline for a stray one: any write of the burst would come first.
     void writesOnceForABurstOfChanges() {
         const QString music = m_home->dataPath("music"); // shares folders with the session: still absolute
         auto store = newRun();
@@ -87,7 +73,6 @@ private slots:
         QVERIFY(saved.wait(5000));
         QCOMPARE(QString::fromUtf8(readFile(sessionPath())),
                  "#EXTM3U\n#EXTINF:-1,b\n" + music + "/b.mp3\n#EXTINF:-1,C\n" + music + "/c d.mp3\n");
-        QVERIFY(!saved.wait(1500));
         store->clear();
         QVERIFY(saved.wait(5000));
         QCOMPARE(saved.count(), 2);
@@ -100,12 +85,8 @@ private slots:
         QTest::addColumn<int>("count"); // -1: whatever the lines give
         QByteArray garbage(64 * 1024, Qt::Uninitialized);
         QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(garbage.data()), garbage.size() / 4);
-        QByteArray many = "#EXTM3U\n";
-        for (int i = 0; i < 50000; ++i)
-            many += "#EXTINF:61,Artist - Song\n/nonexistent/" + QByteArray::number(i) + ".mp3\n";
         QTest::addRow("only the header") << QByteArray("#EXTM3U\n") << 0;
         QTest::addRow("garbage") << garbage << -1;
-        QTest::addRow("50,000 songs") << many << 50000;
     }
     void restoresQuietly() {
         QFETCH(QByteArray, session);
@@ -114,47 +95,20 @@ private slots:
         QVERIFY(store->errorMessage().isNull() && store->status().isNull() && !store->hasUnsavedChanges());
         if (count >= 0)
             QCOMPARE(store->tracks().size(), count);
-        if (count > 0)
-            QCOMPARE(store->tracks().last().url, QUrl::fromLocalFile("/nonexistent/49999.mp3"));
     }
 
-    // The music moved since the last run: missing songs keep the session's values; present ones are read
-    // again, an untagged one keeping its saved title. A restored playlist counts as unchanged and untitled.
+    // The music moved since the last run: the session's lines reach the loader as hints (whose rules the
+    // loader's test owns), and the restored playlist counts as unchanged and untitled.
     void restoresTheSessionAfterSongsMove() {
-        if (fixtures::sampleSong().isEmpty())
-            QSKIP("ffmpeg is needed to make songs");
-        fixtures::MusicFolder music;
-        const QString present = music.addSong("Album/01 Intro.mp3"),
-                      gone = music.filePath("Album/02 Song.mp3");
-        auto store = restoredFrom("#EXTM3U\n#EXTINF:99,Intro\n" + QFile::encodeName(present) +
-                                  "\n#EXTINF:215,Band - Song\n" + QFile::encodeName(gone));
-        const QList<Track> restored = store->tracks();
-        QCOMPARE(restored.size(), 2);
-        QCOMPARE((QList<bool>{restored[0].isMissing, restored[1].isMissing}), (QList<bool>{false, true}));
-        QCOMPARE(restored[0].title, "Intro");
-        QVERIFY(restored[0].duration > 0.5 && restored[0].duration < 2); // the file's own length
-        QCOMPARE(restored[1].url, QUrl::fromLocalFile(gone));
-        QCOMPARE((QStringList{restored[1].artist, restored[1].title}), (QStringList{"Band", "Song"}));
-        QCOMPARE(restored[1].duration, 215.0);
+        auto store = restoredFrom("#EXTM3U\n#EXTINF:215,Band - Song\n/gone/02 Song.mp3\n");
+        QCOMPARE(store->tracks().size(), 1);
+        const Track restored = store->tracks().first();
+        QCOMPARE(QString("%1|%2|%3|%4")
+                     .arg(restored.artist, restored.title)
+                     .arg(restored.duration)
+                     .arg(restored.isMissing),
+                 "Band|Song|215|1");
         QVERIFY(!store->hasUnsavedChanges() && store->playlistURL().isEmpty() && store->status().isNull());
-        store->requestClear(); // closes without asking
-        QVERIFY(!store->pendingClearConfirmation() && store->tracks().isEmpty());
-    }
-
-    // Killed in the middle of writing a session (by the file size limit, whose signal ends the program), the
-    // program leaves the previous session file whole and nothing beside it.
-    void killsWhileWritingLeaveTheOldFile() {
-        QVERIFY(!SessionFile::write(sessionOf(500)));
-        const QByteArray previous = readFile(sessionPath());
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment(); // with XDG_DATA_HOME
-        environment.insert(writerVariable, "1");
-        QProcess writer;
-        writer.setProcessEnvironment(environment);
-        writer.start(QCoreApplication::applicationFilePath(), {});
-        QVERIFY(writer.waitForFinished());
-        QCOMPARE(writer.exitStatus(), QProcess::CrashExit);
-        QCOMPARE(readFile(sessionPath()), previous);
-        QCOMPARE(fixtures::folderEntries(QFileInfo(sessionPath()).path()), QStringList{"LastSession.m3u8"});
     }
 
     // A sound store comes back; a malformed one is ignored whole and replaced by the next session save,
@@ -202,22 +156,5 @@ private slots:
     }
 };
 
-// The writer half of killsWhileWritingLeaveTheOldFile: a session far larger than the file size limit.
-static int writeSessionPastTheSizeLimit() {
-    std::signal(SIGXFSZ, SIG_DFL);
-    rlimit limit{0, 0};
-    setrlimit(RLIMIT_CORE, &limit);
-    limit = {64 * 1024, 64 * 1024};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return SessionFile::write(sessionOf(30000)) ? 1 : 0;
-}
-
-int main(int argc, char** argv) {
-    QCoreApplication app(argc, argv);
-    if (qEnvironmentVariableIsSet(writerVariable))
-        return writeSessionPastTheSizeLimit();
-    SessionTest test;
-    QTEST_SET_MAIN_SOURCE_PATH
-    return QTest::qExec(&test, argc, argv);
-}
+QTEST_GUILESS_MAIN(SessionTest)
 #include "session_test.moc"

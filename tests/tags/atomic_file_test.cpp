@@ -54,8 +54,8 @@ private slots:
     }
 
     // A rewrite of a file that has vanished since it was read fails instead of bringing it back, and a folder
-    // is not a file to replace; a new file (a playlist) is written through a dangling link and gets the mode
-    // the umask allows.
+    // or a pipe is not a file to replace; a new file (a playlist) is written through a dangling link and gets
+    // the mode the umask allows.
     void unusualTargets() {
         QCOMPARE(replaceFileAtomically("x", at("song.mp3"), ReplaceMode::ReplaceExisting),
                  qt_error_string(ENOENT));
@@ -63,7 +63,10 @@ private slots:
         QCOMPARE(replaceFileAtomically("x", at("album.mp3"), ReplaceMode::ReplaceExisting),
                  qt_error_string(EISDIR));
         QVERIFY(QFileInfo(at("album.mp3/inside")).isDir());
-        QCOMPARE(folderEntries(m_dir->path()), QStringList{"album.mp3"});
+        QCOMPARE(::mkfifo(local(at("pipe.mp3")).constData(), 0600), 0);
+        QCOMPARE(replaceFileAtomically("x", at("pipe.mp3"), ReplaceMode::ReplaceExisting),
+                 qt_error_string(EPERM));
+        QCOMPARE(folderEntries(m_dir->path()), (QStringList{"album.mp3", "pipe.mp3"}));
 
         QCOMPARE(::symlink("list.m3u", local(at("link.m3u")).constData()), 0);
         const mode_t previous = ::umask(027);

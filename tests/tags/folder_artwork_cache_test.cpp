@@ -42,9 +42,9 @@ QByteArray withExifOrientation(QByteArray jpeg, char orientation) {
                               QByteArray(6, 0));
 }
 
-// A mid-grey JPEG of side x side pixels built by hand: with one-code Huffman tables every 8x8 block is two
-// zero bits (3.4 MiB at 30000 px). The progressive one holds only its first scan, one bit per block.
-QByteArray hugeGreyJpeg(int side, bool progressive) {
+// A mid-grey progressive JPEG of side x side pixels built by hand: with one-code Huffman tables it holds
+// only its first scan, one zero bit per 8x8 block.
+QByteArray hugeGreyJpeg(int side) {
     const auto be16 = [](int value) { return QByteArray(1, char(value >> 8)) + char(value); };
     const auto segment = [&](char marker, const QByteArray& body) {
         return QByteArray("\xFF", 1) + marker + be16(body.size() + 2) + body;
@@ -52,12 +52,11 @@ QByteArray hugeGreyJpeg(int side, bool progressive) {
     const QByteArray oneCodeTable = QByteArray("\x01", 1) + QByteArray(16, 0);
     const qint64 blocks = qint64((side + 7) / 8) * ((side + 7) / 8);
     return QByteArray("\xFF\xD8", 2) + segment('\xDB', QByteArray(1, 0) + QByteArray(64, 1)) +
-           segment(progressive ? '\xC2' : '\xC0',
-                   "\x08" + be16(side) + be16(side) + QByteArray("\x01\x01\x11\x00", 4)) +
+           segment('\xC2', "\x08" + be16(side) + be16(side) + QByteArray("\x01\x01\x11\x00", 4)) +
            segment('\xC4', QByteArray(1, 0x00) + oneCodeTable) +
            segment('\xC4', QByteArray(1, 0x10) + oneCodeTable) +
-           segment('\xDA', QByteArray("\x01\x01\x00\x00", 4) + (progressive ? '\x00' : '\x3F') + '\x00') +
-           QByteArray((blocks * (progressive ? 1 : 2) + 7) / 8, 0) + QByteArray("\xFF\xD9", 2);
+           segment('\xDA', QByteArray("\x01\x01\x00\x00", 4) + '\x00' + '\x00') +
+           QByteArray((blocks + 7) / 8, 0) + QByteArray("\xFF\xD9", 2);
 }
 
 // Creates the files of one folder described as "name" (a small valid image), "name+N" (a valid image
@@ -155,10 +154,9 @@ private slots:
                  chosen.isEmpty() ? QUrl() : QUrl::fromLocalFile(dir.filePath(chosen)));
     }
 
-    // Thumbnails are upright JPEGs of at most 600 px at quality 85. Huge images decode scaled, within the
-    // image reader's 128 MiB allocation limit (3.4 GiB of pixels for the 30000 px JPEG, 256 MiB for the
-    // PNG); a progressive JPEG decodes from a buffer of every coefficient of the full image, so a huge one is
-    // refused rather than decoded.
+    // Thumbnails are upright JPEGs of at most 600 px at quality 85. A progressive JPEG decodes from a buffer
+    // of every coefficient of the full image, so a huge one is refused rather than decoded. (Decoding huge
+    // images scaled, within the reader's allocation limit, is measured by folder_artwork_bench.)
     void makesThumbnails_data() {
         QTest::addColumn<QByteArray>("source");
         QTest::addColumn<QSize>("expectedSize"); // empty: refused
@@ -168,17 +166,11 @@ private slots:
         QTest::addRow("upright, scaled down") << wide << QSize(600, 300) << QColor(Qt::red);
         QTest::addRow("rotate 90 cw (6)")
             << withExifOrientation(wide, 6) << QSize(300, 600) << QColor(Qt::red);
-        QTest::addRow("rotate 180 (3)")
-            << withExifOrientation(wide, 3) << QSize(600, 300) << QColor(Qt::blue);
         QTest::addRow("small rotated, not enlarged")
             << withExifOrientation(small, 6) << QSize(50, 100) << QColor(Qt::red);
-        QTest::addRow("tall png") << encodedImage(halves(QSize(300, 1500), Qt::red), "PNG") << QSize(120, 600)
-                                  << QColor(Qt::red);
         QTest::addRow("transparency on white") << encodedImage(halves(QSize(100, 50), Qt::transparent), "PNG")
                                                << QSize(100, 50) << QColor(Qt::white);
-        QTest::addRow("30000 px jpeg")
-            << hugeGreyJpeg(30000, false) << QSize(600, 600) << QColor(128, 128, 128);
-        QTest::addRow("30000 px progressive jpeg") << hugeGreyJpeg(30000, true) << QSize() << QColor();
+        QTest::addRow("30000 px progressive jpeg") << hugeGreyJpeg(30000) << QSize() << QColor();
         QBuffer progressive;
         progressive.open(QIODevice::WriteOnly);
         QImageWriter writer(&progressive, "jpeg");
@@ -186,12 +178,6 @@ private slots:
         if (writer.write(halves(QSize(2400, 1200), Qt::red)))
             QTest::addRow("small progressive jpeg")
                 << progressive.data() << QSize(600, 300) << QColor(Qt::red);
-        QTemporaryDir dir;
-        const QString png = dir.filePath("huge.png");
-        if (fixtures::run("ffmpeg", {"-v", "error", "-f", "lavfi", "-i", "color=black:s=8000x8000",
-                                     "-frames:v", "1", "-pix_fmt", "rgb24", png})
-                .exitCode == 0)
-            QTest::addRow("8000 px png") << fixtures::readFile(png) << QSize(600, 600) << QColor(Qt::black);
     }
     void makesThumbnails() {
         QFETCH(QByteArray, source);

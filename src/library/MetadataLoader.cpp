@@ -1,9 +1,9 @@
 #include "library/MetadataLoader.h"
 
-#include "library/ArtworkInterner.h"
 #include "library/FileMetadataReader.h"
 #include "library/LibraryLog.h"
 #include "library/MetadataReader.h"
+#include "library/TrackArtwork.h"
 #include "tags/FolderArtworkCache.h"
 #include "tags/Id3Genres.h"
 
@@ -201,10 +201,10 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
     const double duration = std::isfinite(metadata.duration) && metadata.duration > 0 ? metadata.duration : 0;
 
     if (common.artwork) {
-        track.artwork = ArtworkInterner::shared().intern(*common.artwork);
+        track.artworkFingerprint = artworkFingerprint(*common.artwork);
         track.artworkSource = ArtworkSource::embedded();
     } else if (std::optional<FolderArtworkCache::Found> folder = folderArtwork.artwork(url)) {
-        track.artwork = ArtworkInterner::shared().intern(folder->data);
+        track.artworkFingerprint = artworkFingerprint(folder->data);
         track.artworkSource = ArtworkSource::folder(folder->sourceUrl);
     }
 

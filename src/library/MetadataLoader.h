@@ -16,8 +16,8 @@ class QThreadPool;
 
 // Builds Tracks from audio files. Stateless: every function is safe from any thread. Loading never fails:
 // a file that does not exist gives a track marked missing, one that cannot be read gives a track named
-// after the file (or the hint) with no tags. Artwork bytes are shared between tracks that carry the same
-// image (ArtworkInterner).
+// after the file (or the hint) with no tags. A track keeps only where its picture is and its fingerprint
+// (TrackArtwork.h reads the bytes).
 namespace MetadataLoader {
 
 // The 15 lower-case extensions a file needs to be added to the playlist.

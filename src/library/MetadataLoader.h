@@ -14,6 +14,27 @@ class FolderArtworkCache;
 class MetadataReader;
 class QThreadPool;
 
+// What one read of an audio file says, before a playlist's hints fill the gaps: what the metadata cache keeps
+// for a file.
+struct FileFacts {
+    QString title; // empty when the file has none
+    QString artist;
+    QString album;
+    double duration = 0; // seconds, 0 when unknown
+    ExtendedTags tags;
+    QByteArray embeddedArtwork; // the fingerprint of the file's own picture; empty when it has none
+
+    friend bool operator==(const FileFacts&, const FileFacts&) = default;
+};
+
+// A folder's cover image as a track points at it; an empty URL when the folder has none.
+struct FolderPicture {
+    QUrl imageUrl;
+    QByteArray fingerprint; // of the picture loadArtwork makes from the image
+
+    friend bool operator==(const FolderPicture&, const FolderPicture&) = default;
+};
+
 // Builds Tracks from audio files. Stateless: every function is safe from any thread. Loading never fails:
 // a file that does not exist gives a track marked missing, one that cannot be read gives a track named
 // after the file (or the hint) with no tags. A track keeps only where its picture is and its fingerprint
@@ -39,6 +60,19 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint = s
 // The same over a given reader and folder artwork cache.
 Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader,
                    FolderArtworkCache& folderArtwork);
+// The pieces loadTrackNow is made of, for loaders that keep what files say between runs.
+// The file at `localPath` (the file system's own bytes), read once.
+FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader);
+// The folder cover for a song without a picture of its own.
+FolderPicture folderPicture(const QUrl& songUrl, FolderArtworkCache& folderArtwork);
+// The track of an existing file from what it says, the hint and, when it has no picture, its folder's.
+Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const FileFacts& facts,
+                const FolderPicture& folder);
+// The track of a file that does not exist.
+Track missingTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint);
+// The path of a file URL in the file system's own bytes.
+QByteArray localPath(const QUrl& url);
+
 // loadTrackNow on pool().
 QFuture<Track> loadTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint = std::nullopt);
 

@@ -1,6 +1,7 @@
 #include "library/TrackArtwork.h"
 
 #include "library/FileMetadataReader.h"
+#include "library/MetadataLoader.h"
 #include "library/MetadataReader.h"
 #include "tags/FolderArtworkCache.h"
 

@@ -2,6 +2,7 @@
 
 #include "library/FileBrowser.h"
 #include "library/LibraryLog.h"
+#include "library/MetadataCache.h"
 #include "library/PlayableFiles.h"
 #include "library/PlaylistFile.h"
 #include "library/SessionFile.h"
@@ -363,6 +364,7 @@ std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetada
     QList<Track> tracks = m_tracks;
     tracks[index] = track;
     changeTracks(std::move(tracks));
+    MetadataCache::rememberSaved(track);
     setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
     return std::nullopt;
 }

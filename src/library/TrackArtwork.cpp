@@ -5,8 +5,12 @@
 #include "library/MetadataReader.h"
 #include "tags/FolderArtworkCache.h"
 
-#include <QHash>
 #include <QtEndian>
+
+extern "C" {
+#include <libavutil/mem.h>
+#include <libavutil/murmur3.h>
+}
 
 #include <algorithm>
 
@@ -41,11 +45,17 @@ std::optional<QByteArray> loadArtwork(const Track& track) {
 QByteArray artworkFingerprint(QByteArrayView image) {
     if (image.isEmpty())
         return {};
-    // Two seeded hashes of all the bytes and their length: 128 bits of hash make a collision between two
-    // pictures of one library practically impossible, at a small fraction of the cost of reading them.
+    // The length and a 128-bit MurmurHash3 of all the bytes: a collision between two pictures of one library
+    // is practically impossible, and hashing costs a small fraction of reading them. (Qt's own hash is seeded
+    // per process, and fingerprints outlive the process in the metadata cache.)
     QByteArray fingerprint(24, Qt::Uninitialized);
     qToLittleEndian<quint64>(quint64(image.size()), fingerprint.data());
-    qToLittleEndian<quint64>(quint64(qHash(image, size_t(0x9e3779b97f4a7c15ULL))), fingerprint.data() + 8);
-    qToLittleEndian<quint64>(quint64(qHash(image, size_t(0xc2b2ae3d27d4eb4fULL))), fingerprint.data() + 16);
+    AVMurMur3* hash = av_murmur3_alloc();
+    if (!hash)
+        qFatal("out of memory");
+    av_murmur3_init(hash);
+    av_murmur3_update(hash, reinterpret_cast<const uint8_t*>(image.data()), size_t(image.size()));
+    av_murmur3_final(hash, reinterpret_cast<uint8_t*>(fingerprint.data() + 8));
+    av_free(hash);
     return fingerprint;
 }

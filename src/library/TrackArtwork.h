@@ -18,5 +18,5 @@ QByteArray artworkKey(const Track& track);
 std::optional<QByteArray> loadArtwork(const Track& track);
 
 // The fingerprint a track keeps for these picture bytes (Track::artworkFingerprint): 24 bytes, the same in
-// every process on one machine. Empty bytes give an empty fingerprint.
+// every process and on every machine. Empty bytes give an empty fingerprint.
 QByteArray artworkFingerprint(QByteArrayView image);

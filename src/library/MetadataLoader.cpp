@@ -2,6 +2,7 @@
 
 #include "library/FileMetadataReader.h"
 #include "library/LibraryLog.h"
+#include "library/MetadataCache.h"
 #include "library/MetadataReader.h"
 #include "library/TrackArtwork.h"
 #include "tags/FolderArtworkCache.h"
@@ -190,10 +191,15 @@ FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader) {
     return facts;
 }
 
-FolderPicture folderPicture(const QUrl& songUrl, FolderArtworkCache& folderArtwork) {
-    if (std::optional<FolderArtworkCache::Found> found = folderArtwork.artwork(songUrl))
-        return {found->sourceUrl, artworkFingerprint(found->data)};
-    return {};
+FolderPicture folderPicture(const QUrl& songUrl) {
+    const std::optional<QUrl> image = FolderArtworkCache::imageFor(songUrl);
+    if (!image)
+        return {};
+    const QByteArray path = localPath(*image);
+    const FileStamp stamp = FileStamp::of(path);
+    const QByteArray identity = "folder image:" + QByteArray::number(stamp.size) + ':' +
+                                QByteArray::number(stamp.modified) + ':' + path;
+    return {*image, artworkFingerprint(identity)};
 }
 
 namespace {
@@ -243,18 +249,17 @@ Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const
     return track;
 }
 
-Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader,
-                   FolderArtworkCache& folderArtwork) {
+Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader) {
     const QByteArray path = localPath(url);
     if (!existsOnDisk(path))
         return missingTrack(url, hint);
     const FileFacts facts = readFacts(path, reader);
     return trackFrom(url, hint, facts,
-                     facts.embeddedArtwork.isEmpty() ? folderPicture(url, folderArtwork) : FolderPicture());
+                     facts.embeddedArtwork.isEmpty() ? folderPicture(url) : FolderPicture());
 }
 
 Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
-    return loadTrackNow(url, hint, fileReader(), FolderArtworkCache::shared());
+    return loadTrackNow(url, hint, fileReader());
 }
 
 QFuture<Track> loadTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint) {

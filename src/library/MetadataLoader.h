@@ -10,7 +10,6 @@
 
 #include <optional>
 
-class FolderArtworkCache;
 class MetadataReader;
 class QThreadPool;
 
@@ -30,7 +29,9 @@ struct FileFacts {
 // A folder's cover image as a track points at it; an empty URL when the folder has none.
 struct FolderPicture {
     QUrl imageUrl;
-    QByteArray fingerprint; // of the picture loadArtwork makes from the image
+    // Names the image file as it is now (path, size, modification time): loadArtwork makes the same picture
+    // from it every time, and a changed image gets a new fingerprint.
+    QByteArray fingerprint;
 
     friend bool operator==(const FolderPicture&, const FolderPicture&) = default;
 };
@@ -55,16 +56,16 @@ QString normalizedGenre(const QString& text);
 QThreadPool* pool();
 
 // The file at `url` read into a Track; `hint` (from a playlist line) fills in what the file does not say.
-// Blocks for the file read and, when the file has no picture, the folder artwork lookup.
+// Blocks for the file read and, when the file has no picture, the folder listing.
 Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint = std::nullopt);
-// The same over a given reader and folder artwork cache.
-Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader,
-                   FolderArtworkCache& folderArtwork);
+// The same over a given reader.
+Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader);
 // The pieces loadTrackNow is made of, for loaders that keep what files say between runs.
 // The file at `localPath` (the file system's own bytes), read once.
 FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader);
-// The folder cover for a song without a picture of its own.
-FolderPicture folderPicture(const QUrl& songUrl, FolderArtworkCache& folderArtwork);
+// The folder cover for a song without a picture of its own, found without decoding it
+// (FolderArtworkCache::imageFor).
+FolderPicture folderPicture(const QUrl& songUrl);
 // The track of an existing file from what it says, the hint and, when it has no picture, its folder's.
 Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const FileFacts& facts,
                 const FolderPicture& folder);

@@ -3,7 +3,6 @@
 #include "library/FileMetadataReader.h"
 #include "library/MetadataCache.h"
 #include "library/MetadataLoader.h"
-#include "tags/FolderArtworkCache.h"
 
 #include <QHash>
 #include <QThreadPool>
@@ -65,11 +64,8 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         if (!known)
             unscanned.append({MetadataCache::folderStamp(item.folder), item.request->url});
     }
-    // One cache per chunk keeps the scans' pictures in memory only while the chunk loads; later chunks find
-    // the folders in the metadata cache.
-    FolderArtworkCache folderArtwork;
-    QtConcurrent::blockingMap(MetadataLoader::pool(), unscanned, [&folderArtwork](auto& folder) {
-        folder.first.picture = MetadataLoader::folderPicture(folder.second, folderArtwork);
+    QtConcurrent::blockingMap(MetadataLoader::pool(), unscanned, [](auto& folder) {
+        folder.first.picture = MetadataLoader::folderPicture(folder.second);
     });
     QList<MetadataCache::FolderEntry> folders;
     folders.reserve(unscanned.size());

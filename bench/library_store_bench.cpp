@@ -73,6 +73,7 @@ int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QTemporaryDir home;
     qputenv("XDG_DATA_HOME", home.filePath("data").toUtf8());
+    qputenv("XDG_CACHE_HOME", home.filePath("cache").toUtf8());
     QSettings settings(home.filePath("settings.ini"), QSettings::IniFormat);
     auto noChooser = [](const QString&) { return std::optional<QUrl>(); };
 

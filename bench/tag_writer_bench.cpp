@@ -1,6 +1,7 @@
 // Rewriting the tags of a 10 MB MP3 with a 500 KB cover, against a plain copy of the same file on the same
-// disk. Both flush to disk before they count as done. Usage: tag_writer_bench [folder] (default: a temporary
-// folder under TMPDIR).
+// disk. Both flush to disk before they count as done, and each is the first of its kind in a fresh process,
+// as a user's first save after starting the program is. Usage: tag_writer_bench [folder] (default: a
+// temporary folder under TMPDIR). Target: a save at most 1.3 times a copy.
 #include "support/Fixtures.h"
 #include "tags/ID3TagWriter.h"
 
@@ -8,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
@@ -74,6 +76,36 @@ bool plainCopy(const QString& from, const QString& to) {
     return ::close(fd) == 0 && flushed;
 }
 
+// In a fresh process: one save or one copy of `path`, timed; prints milliseconds.
+int child(const QString& what, const QString& path) {
+    const QByteArray cover = makeCover(); // the picture the inspector would hand over
+    const MusicMetadata metadata{"Title", "Artist", "Album", "Album Artist",
+                                 "3/12",  "1999",   "Jazz",  "A comment"};
+    QElapsedTimer timer;
+    timer.start();
+    if (what == "save") {
+        if (const auto error = ID3TagWriter::write(metadata, cover, QUrl::fromLocalFile(path))) {
+            std::fprintf(stderr, "save failed: %s\n", qPrintable(error->description()));
+            return 1;
+        }
+    } else if (!plainCopy(path, path + ".copy")) {
+        std::fprintf(stderr, "copy failed\n");
+        return 1;
+    }
+    std::printf("%.3f\n", timer.nsecsElapsed() / 1e6);
+    return 0;
+}
+
+// Runs child() in a fresh process and returns its milliseconds, or a negative number when it failed.
+double inFreshProcess(const QString& what, const QString& path) {
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start(QCoreApplication::applicationFilePath(), {"--child", what, path});
+    if (!process.waitForFinished(-1) || process.exitCode() != 0)
+        return -1;
+    return process.readAllStandardOutput().trimmed().toDouble();
+}
+
 double median(QList<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
@@ -83,6 +115,9 @@ double median(QList<double> values) {
 
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
+    const QStringList arguments = app.arguments();
+    if (arguments.size() == 4 && arguments[1] == "--child")
+        return child(arguments[2], arguments[3]);
     QTemporaryDir dir(argc > 1 ? QString::fromLocal8Bit(argv[1]) + "/orvelle-bench-XXXXXX" : QString());
     if (!dir.isValid()) {
         std::fprintf(stderr, "cannot make a folder to work in\n");
@@ -98,28 +133,14 @@ int main(int argc, char** argv) {
     if (!out.open(QIODevice::WriteOnly) || out.write(song) != song.size())
         return 1;
     out.close();
-    const QByteArray cover = makeCover();
-    const MusicMetadata metadata{"Title", "Artist", "Album", "Album Artist",
-                                 "3/12",  "1999",   "Jazz",  "A comment"};
-    const QUrl url = QUrl::fromLocalFile(path);
 
     QList<double> saves;
     QList<double> copies;
-    QElapsedTimer timer;
     for (int round = 0; round < rounds; ++round) {
-        timer.start();
-        if (const auto error = ID3TagWriter::write(metadata, cover, url)) {
-            std::fprintf(stderr, "save failed: %s\n", qPrintable(error->description()));
+        saves += inFreshProcess("save", path);
+        copies += inFreshProcess("copy", path);
+        if (saves.last() < 0 || copies.last() < 0)
             return 1;
-        }
-        saves += timer.nsecsElapsed() / 1e6;
-
-        timer.start();
-        if (!plainCopy(path, dir.filePath("copy.mp3"))) {
-            std::fprintf(stderr, "copy failed\n");
-            return 1;
-        }
-        copies += timer.nsecsElapsed() / 1e6;
     }
 
     const double save = median(saves);
@@ -127,10 +148,12 @@ int main(int argc, char** argv) {
     std::printf("tag writer: %.1f MB song, %.1f MB once tagged with a %.0f KB cover, %d rounds, in %s\n",
                 song.size() / 1e6, QFileInfo(path).size() / 1e6, coverSize / 1e3, rounds,
                 qPrintable(dir.path()));
-    std::printf("  save tags (read, rebuild, write, fsync, rename): median %.1f ms, best %.1f ms\n", save,
-                *std::min_element(saves.begin(), saves.end()));
-    std::printf("  plain copy (read, write, fsync):                 median %.1f ms, best %.1f ms\n", copy,
-                *std::min_element(copies.begin(), copies.end()));
-    std::printf("  save / copy: %.2fx (target: at most 2x)\n", save / copy);
+    std::printf(
+        "  first save in a process (edges read, audio copied, fsync, rename): median %.1f ms, best %.1f ms\n",
+        save, *std::min_element(saves.begin(), saves.end()));
+    std::printf(
+        "  first plain copy in a process (read, write, fsync):                median %.1f ms, best %.1f ms\n",
+        copy, *std::min_element(copies.begin(), copies.end()));
+    std::printf("  save / copy: %.2fx (target: at most 1.3x)\n", save / copy);
     return 0;
 }

@@ -1,10 +1,11 @@
 #include "library/MetadataLoader.h"
 
-#include "library/ArtworkInterner.h"
 #include "library/FileMetadataReader.h"
 #include "library/LibraryLog.h"
+#include "library/MetadataCache.h"
 #include "library/MetadataReader.h"
 #include "tags/FileNames.h"
+#include "library/TrackArtwork.h"
 #include "tags/FolderArtworkCache.h"
 #include "tags/Id3Genres.h"
 #include "tags/TextRules.h"
@@ -26,12 +27,6 @@ namespace {
 const FileMetadataReader& fileReader() {
     static const FileMetadataReader reader;
     return reader;
-}
-
-// The path in the file system's own bytes. Decoding the percent-encoded form keeps names that are not
-// valid UTF-8 (a URL made from such bytes carries them as %XX) openable.
-QByteArray localPathBytes(const QUrl& url) {
-    return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
 }
 
 bool existsOnDisk(const QByteArray& path) {
@@ -168,56 +163,97 @@ QThreadPool* pool() {
     return loaders;
 }
 
-Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader,
-                   FolderArtworkCache& folderArtwork) {
+QByteArray localPath(const QUrl& url) {
+    // Decoding the percent-encoded form keeps names that are not valid UTF-8 (a URL made from such bytes
+    // carries them as %XX) openable.
+    return QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
+}
+
+FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader) {
+    const AssetMetadata metadata = reader.read(localPath);
+    if (!metadata.readable)
+        qCDebug(lcLibrary) << "No audio metadata could be read from" << localPath;
+    const CommonSlots common = sortIntoSlots(metadata.commonItems);
+    FileFacts facts;
+    facts.title = common.title;
+    facts.artist = common.artist;
+    facts.album = common.album;
+    facts.duration = std::isfinite(metadata.duration) && metadata.duration > 0 ? metadata.duration : 0;
+    facts.tags = extendedTags(metadata.items);
+    if (common.artwork)
+        facts.embeddedArtwork = artworkFingerprint(*common.artwork);
+    return facts;
+}
+
+FolderPicture folderPicture(const QUrl& songUrl) {
+    const std::optional<QUrl> image = FolderArtworkCache::imageFor(songUrl);
+    if (!image)
+        return {};
+    const QByteArray path = localPath(*image);
+    const FileStamp stamp = FileStamp::of(path);
+    const QByteArray identity = "folder image:" + QByteArray::number(stamp.size) + ':' +
+                                QByteArray::number(stamp.modified) + ':' + path;
+    return {*image, artworkFingerprint(identity)};
+}
+
+namespace {
+
+Track newTrack(const QUrl& url) {
     Track track;
     track.id = QUuid::createUuid();
     // Keeping the caller's URL when it is already normal shares its buffers instead of copying them.
     const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
     track.url = normalized == url ? url : normalized;
-    const std::optional<QString> hintTitle = hint ? hint->title : std::nullopt;
-    const std::optional<QString> hintArtist = hint ? hint->artist : std::nullopt;
-    const double hintDuration = hint && hint->duration ? *hint->duration : 0;
-
-    const QByteArray path = localPathBytes(url);
-    if (!existsOnDisk(path)) {
-        track.title = hintTitle.value_or(fileNameWithoutExtension(url));
-        track.artist = hintArtist.value_or(QString());
-        track.duration = hintDuration > 0 ? hintDuration : 0;
-        track.isMissing = true;
-        return track;
-    }
-
-    const AssetMetadata metadata = reader.read(path);
-    if (!metadata.readable)
-        qCDebug(lcLibrary) << "No audio metadata could be read from" << url.toDisplayString();
-    const CommonSlots common = sortIntoSlots(metadata.commonItems);
-    const double duration = std::isfinite(metadata.duration) && metadata.duration > 0 ? metadata.duration : 0;
-
-    if (common.artwork) {
-        track.artwork = ArtworkInterner::shared().intern(*common.artwork);
-        track.artworkSource = ArtworkSource::embedded();
-    } else if (std::optional<FolderArtworkCache::Found> folder = folderArtwork.artwork(url)) {
-        track.artwork = ArtworkInterner::shared().intern(folder->data);
-        track.artworkSource = ArtworkSource::folder(folder->sourceUrl);
-    }
-
-    track.duration = duration == 0 && hintDuration > 0 ? hintDuration : duration;
-    track.title = !common.title.isEmpty() ? common.title : hintTitle.value_or(fileNameWithoutExtension(url));
-    track.artist = !common.artist.isEmpty() ? common.artist : hintArtist.value_or(QString());
-    track.album = common.album;
-
-    const ExtendedTags tags = extendedTags(metadata.items);
-    track.albumArtist = tags.albumArtist;
-    track.trackNumber = tags.trackNumber;
-    track.year = tags.year;
-    track.genre = tags.genre;
-    track.comment = tags.comment;
     return track;
 }
 
+} // namespace
+
+Track missingTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
+    Track track = newTrack(url);
+    track.title = hint && hint->title ? *hint->title : fileNameWithoutExtension(url);
+    track.artist = hint ? hint->artist.value_or(QString()) : QString();
+    track.duration = hint && hint->duration && *hint->duration > 0 ? *hint->duration : 0;
+    track.isMissing = true;
+    return track;
+}
+
+Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const FileFacts& facts,
+                const FolderPicture& folder) {
+    Track track = newTrack(url);
+    if (!facts.embeddedArtwork.isEmpty()) {
+        track.artworkFingerprint = facts.embeddedArtwork;
+        track.artworkSource = ArtworkSource::embedded();
+    } else if (!folder.imageUrl.isEmpty()) {
+        track.artworkFingerprint = folder.fingerprint;
+        track.artworkSource = ArtworkSource::folder(folder.imageUrl);
+    }
+    const double hintDuration = hint && hint->duration ? *hint->duration : 0;
+    track.duration = facts.duration == 0 && hintDuration > 0 ? hintDuration : facts.duration;
+    track.title = !facts.title.isEmpty() ? facts.title : hint && hint->title ? *hint->title : fileNameWithoutExtension(url);
+    track.artist = !facts.artist.isEmpty() ? facts.artist
+                   : hint                  ? hint->artist.value_or(QString())
+                                           : QString();
+    track.album = facts.album;
+    track.albumArtist = facts.tags.albumArtist;
+    track.trackNumber = facts.tags.trackNumber;
+    track.year = facts.tags.year;
+    track.genre = facts.tags.genre;
+    track.comment = facts.tags.comment;
+    return track;
+}
+
+Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, const MetadataReader& reader) {
+    const QByteArray path = localPath(url);
+    if (!existsOnDisk(path))
+        return missingTrack(url, hint);
+    const FileFacts facts = readFacts(path, reader);
+    return trackFrom(url, hint, facts,
+                     facts.embeddedArtwork.isEmpty() ? folderPicture(url) : FolderPicture());
+}
+
 Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
-    return loadTrackNow(url, hint, fileReader(), FolderArtworkCache::shared());
+    return loadTrackNow(url, hint, fileReader());
 }
 
 QFuture<Track> loadTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
@@ -225,7 +261,7 @@ QFuture<Track> loadTrack(const QUrl& url, const std::optional<PlaylistEntry>& hi
 }
 
 ExtendedTags loadExtendedTagsNow(const QUrl& url, const MetadataReader& reader) {
-    const QByteArray path = localPathBytes(url);
+    const QByteArray path = localPath(url);
     if (!existsOnDisk(path))
         return {};
     return extendedTags(reader.read(path).items);

@@ -54,9 +54,7 @@ struct Track {
     QString title;
     QString artist;
     QString album;
-    double duration = 0; // seconds, 0 when unknown
-    // Encoded image bytes (embedded picture or folder image). Identical pictures share one buffer.
-    std::optional<QByteArray> artwork;
+    double duration = 0;    // seconds, 0 when unknown
     bool isMissing = false; // decided when the track was loaded, never re-checked
     QString albumArtist;
     QString trackNumber;
@@ -64,6 +62,9 @@ struct Track {
     QString genre;
     QString comment;
     ArtworkSource artworkSource;
+    // Names the picture artworkSource points at without holding it (equal for equal bytes, empty when there
+    // is none); TrackArtwork.h reads the bytes when something shows them.
+    QByteArray artworkFingerprint;
 
     friend bool operator==(const Track&, const Track&) = default;
 };

@@ -1,13 +1,61 @@
 #include "library/TrackArtwork.h"
 
-#include <QCryptographicHash>
+#include "library/FileMetadataReader.h"
+#include "library/MetadataLoader.h"
+#include "library/MetadataReader.h"
+#include "tags/FolderArtworkCache.h"
+
+#include <QtEndian>
+
+extern "C" {
+#include <libavutil/mem.h>
+#include <libavutil/murmur3.h>
+}
+
+#include <algorithm>
 
 QByteArray artworkKey(const Track& track) {
-    if (!track.artwork)
-        return {};
-    return QCryptographicHash::hash(*track.artwork, QCryptographicHash::Sha1);
+    return track.artworkSource.kind() == ArtworkSource::Kind::None ? QByteArray() : track.artworkFingerprint;
 }
 
 std::optional<QByteArray> loadArtwork(const Track& track) {
-    return track.artwork;
+    switch (track.artworkSource.kind()) {
+    case ArtworkSource::Kind::Embedded: {
+        const QByteArray path =
+            QByteArray::fromPercentEncoding(track.url.path(QUrl::FullyEncoded).toLatin1());
+        const AssetMetadata metadata = FileMetadataReader().read(path);
+        // The reader lists at most one picture: the one the loader fingerprinted.
+        const auto picture =
+            std::find_if(metadata.commonItems.cbegin(), metadata.commonItems.cend(),
+                         [](const CommonItem& item) { return item.key == CommonKey::Artwork; });
+        if (picture == metadata.commonItems.cend())
+            return std::nullopt;
+        return picture->dataValue;
+    }
+    case ArtworkSource::Kind::Folder:
+        // The loader fingerprinted the same thumbnail: making it again from the same image gives the same
+        // bytes.
+        return FolderArtworkCache::thumbnail(track.artworkSource.imageUrl());
+    case ArtworkSource::Kind::None:
+        break;
+    }
+    return std::nullopt;
+}
+
+QByteArray artworkFingerprint(QByteArrayView image) {
+    if (image.isEmpty())
+        return {};
+    // The length and a 128-bit MurmurHash3 of all the bytes: a collision between two pictures of one library
+    // is practically impossible, and hashing costs a small fraction of reading them. (Qt's own hash is seeded
+    // per process, and fingerprints outlive the process in the metadata cache.)
+    QByteArray fingerprint(24, Qt::Uninitialized);
+    qToLittleEndian<quint64>(quint64(image.size()), fingerprint.data());
+    AVMurMur3* hash = av_murmur3_alloc();
+    if (!hash)
+        qFatal("out of memory");
+    av_murmur3_init(hash);
+    av_murmur3_update(hash, reinterpret_cast<const uint8_t*>(image.data()), size_t(image.size()));
+    av_murmur3_final(hash, reinterpret_cast<uint8_t*>(fingerprint.data() + 8));
+    av_free(hash);
+    return fingerprint;
 }

@@ -3,6 +3,7 @@
 #include "library/Track.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 
 #include <optional>
 
@@ -15,3 +16,7 @@ QByteArray artworkKey(const Track& track);
 // The picture's encoded bytes, or nullopt when the track has none or it can no longer be read.
 // May read the disk: call it off the main thread.
 std::optional<QByteArray> loadArtwork(const Track& track);
+
+// The fingerprint a track keeps for these picture bytes (Track::artworkFingerprint): 24 bytes, the same in
+// every process and on every machine. Empty bytes give an empty fingerprint.
+QByteArray artworkFingerprint(QByteArrayView image);

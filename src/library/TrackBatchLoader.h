@@ -1,5 +1,6 @@
 #pragma once
 
+#include "library/MetadataCache.h"
 #include "library/PlaylistEntry.h"
 #include "library/Track.h"
 
@@ -17,14 +18,19 @@ struct TrackRequest {
     std::optional<PlaylistEntry> hint;
 };
 
-// Loads many tracks through MetadataLoader in consecutive batches of eight: the loads of a batch run side by
-// side and the next batch starts when the whole batch is done. Results keep the requests' order.
+// Loads many tracks the way MetadataLoader::loadTrackNow does, in chunks: the metadata cache answers for the
+// files and folders it knows unchanged, and the rest are read side by side on the loaders' pool (each file
+// once) and kept in the cache. Results keep the requests' order.
 namespace TrackBatchLoader {
 
-inline constexpr int batchSize = 8;
+// Requests per chunk: bounds what a load holds beside its tracks (folder covers being scanned, entries not
+// yet written to the cache).
+inline constexpr qsizetype chunkSize = 2048;
 
 // Blocking. Call it from a thread of importPool(), never from the main thread or a loader thread.
-QList<Track> loadTracksNow(const QList<TrackRequest>& requests);
+// `cacheFile` is the metadata cache to use (tests give their own).
+QList<Track> loadTracksNow(const QList<TrackRequest>& requests,
+                           const QString& cacheFile = MetadataCache::defaultFile());
 
 // Runs loadTracksNow on importPool().
 QFuture<QList<Track>> loadTracks(const QList<TrackRequest>& requests);

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QImageReader>
+#include <QMutexLocker>
 #include <QSaveFile>
 #include <QStandardPaths>
 
@@ -22,10 +23,15 @@ std::optional<QUrl> ArtworkFileCache::fileFor(const QByteArray& bytes) {
     if (bytes.isEmpty())
         return std::nullopt;
     const QByteArray hash = QCryptographicHash::hash(bytes, QCryptographicHash::Sha1).toHex();
-    const auto known = m_known.constFind(hash);
-    if (known != m_known.cend())
-        return *known;
+    {
+        QMutexLocker lock(&m_mutex);
+        const auto known = m_known.constFind(hash);
+        if (known != m_known.cend())
+            return *known;
+    }
+    // Two threads writing one picture at once both write the same bytes to the same name: harmless.
     const std::optional<QUrl> url = write(bytes, hash);
+    QMutexLocker lock(&m_mutex);
     m_known.insert(hash, url);
     return url;
 }

@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QMutex>
 #include <QString>
 #include <QUrl>
 
@@ -12,8 +13,8 @@
 //
 // Each distinct picture is written once, atomically, as <folder>/<SHA-1 of the bytes>.<ext>, where the
 // extension follows the decoded image format. Bytes that do not decode as an image give no file.
-// Main thread only; results are remembered for the life of the object, so republishing the same song
-// costs a hash and a lookup.
+// Safe from any thread; it reads and writes files, so callers keep it off the main thread. Results are
+// remembered for the life of the object, so republishing the same picture costs a hash and a lookup.
 class ArtworkFileCache {
 public:
     // `folder` is created on first use. The program uses defaultFolder().
@@ -31,5 +32,6 @@ private:
     std::optional<QUrl> write(const QByteArray& bytes, const QByteArray& hash);
 
     QString m_folder;
+    QMutex m_mutex;                                 // guards m_known
     QHash<QByteArray, std::optional<QUrl>> m_known; // content hash → file (none: not an image)
 };

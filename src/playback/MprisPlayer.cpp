@@ -1,10 +1,12 @@
 #include "playback/MprisPlayer.h"
 
+#include "library/TrackArtwork.h"
 #include "playback/MprisMetadata.h"
 #include "playback/PlayerEngine.h"
 
 #include <QDBusMessage>
 #include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <algorithm>
 #include <cstdlib>
@@ -19,6 +21,7 @@ MprisPlayer::MprisPlayer(QObject* parent, PlayerEngine* engine, const QDBusConne
     : QDBusAbstractAdaptor(parent)
     , m_engine(engine)
     , m_bus(bus)
+    , m_artwork(std::make_shared<ArtworkFileCache>())
     , m_metadata(noTrackMetadata())
     , m_capabilities(capabilities()) {
     connect(engine, &PlayerEngine::volumeChanged, this, [this] {
@@ -49,9 +52,8 @@ void MprisPlayer::publish(const NowPlayingInfo& info, NowPlayingState state) {
     m_state = state;
     m_sincePublished.start();
 
-    const std::optional<QUrl> artUrl = info.artwork ? m_artwork.fileFor(*info.artwork) : std::nullopt;
     QVariantMap changed;
-    const QVariantMap metadata = mprisMetadata(info, artUrl);
+    const QVariantMap metadata = mprisMetadata(info, artUrl(info.track));
     if (metadata != m_metadata) {
         m_metadata = metadata;
         changed.insert(QStringLiteral("Metadata"), m_metadata);
@@ -68,6 +70,27 @@ void MprisPlayer::publish(const NowPlayingInfo& info, NowPlayingState state) {
     if (sameSong && !m_jumpAnnounced && std::abs(toMicroseconds(info.elapsed) - expected) > slack)
         emit Seeked(toMicroseconds(info.elapsed));
     m_jumpAnnounced = false;
+}
+
+std::optional<QUrl> MprisPlayer::artUrl(const Track& track) {
+    const QByteArray key = artworkKey(track);
+    if (key.isEmpty())
+        return std::nullopt;
+    const auto known = m_artUrls.constFind(key);
+    if (known != m_artUrls.cend())
+        return *known;
+    m_artUrls.insert(key, std::nullopt); // until written: one write per picture
+    QtConcurrent::run([cache = m_artwork, track]() -> std::optional<QUrl> {
+        const std::optional<QByteArray> bytes = loadArtwork(track);
+        return bytes ? cache->fileFor(*bytes) : std::nullopt;
+    }).then(this, [this, key](const std::optional<QUrl>& url) {
+        m_artUrls.insert(key, url);
+        if (!url || !m_info || artworkKey(m_info->track) != key)
+            return;
+        m_metadata = mprisMetadata(*m_info, url);
+        announce({{QStringLiteral("Metadata"), m_metadata}});
+    });
+    return std::nullopt;
 }
 
 void MprisPlayer::clear() {

@@ -10,14 +10,18 @@
 #include <QPointer>
 #include <QVariantMap>
 
+#include <QHash>
+
 #include <functional>
+#include <memory>
 #include <optional>
 
 class PlayerEngine;
 
 // org.mpris.MediaPlayer2.Player: the loaded song and the transport, over the engine.
 //
-// The song, its cover and the playback status change only when the engine publishes (publish()/clear());
+// The song and the playback status change only when the engine publishes (publish()/clear()); a cover not
+// yet written as a file is read and written on the global pool and follows in a second announcement.
 // Position is worked out when a client asks, from the last published position and rate. Volume, Shuffle,
 // LoopStatus and the Can* flags follow the engine's own change signals. Every change is announced with
 // org.freedesktop.DBus.Properties.PropertiesChanged, and every jump of the position with Seeked.
@@ -97,10 +101,13 @@ private:
     void refreshCapabilities(QVariantMap& changed);
     void announce(const QVariantMap& changed);
     void runOnEngine(std::function<void(PlayerEngine&)> action);
+    // The cover file of the published song: known at once, or written in the background (then announced).
+    std::optional<QUrl> artUrl(const Track& track);
 
     QPointer<PlayerEngine> m_engine;
     QDBusConnection m_bus;
-    ArtworkFileCache m_artwork;
+    std::shared_ptr<ArtworkFileCache> m_artwork;      // shared with the writes in flight
+    QHash<QByteArray, std::optional<QUrl>> m_artUrls; // artwork key -> its file (none: not an image)
 
     std::optional<NowPlayingInfo> m_info; // none when nothing is loaded
     NowPlayingState m_state = NowPlayingState::Paused;

@@ -10,6 +10,6 @@ NowPlayingInfo nowPlayingInfo(const Track& track, double duration, double elapse
     info.duration = duration;
     info.elapsed = elapsed;
     info.rate = isPlaying ? 1.0 : 0.0;
-    info.artwork = track.artwork;
+    info.track = track;
     return info;
 }

@@ -19,8 +19,9 @@ struct NowPlayingInfo {
     double duration = 0; // seconds
     double elapsed = 0;  // seconds, the position at the moment of publishing
     double rate = 0;     // 1.0 while playing, 0.0 otherwise
-    // The song's picture bytes as loaded; the publisher shows them only when they decode as an image.
-    std::optional<QByteArray> artwork;
+    // The playlist entry itself, for its picture: a publisher reads it (TrackArtwork.h) off the main thread
+    // and shows it only when it decodes as an image.
+    Track track;
 
     friend bool operator==(const NowPlayingInfo&, const NowPlayingInfo&) = default;
 };

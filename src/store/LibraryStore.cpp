@@ -2,9 +2,11 @@
 
 #include "library/FileBrowser.h"
 #include "library/LibraryLog.h"
+#include "library/MetadataCache.h"
 #include "library/PlayableFiles.h"
 #include "library/PlaylistFile.h"
 #include "library/SessionFile.h"
+#include "library/TrackArtwork.h"
 #include "library/TrackBatchLoader.h"
 #include "playback/PlayerEngine.h"
 #include "tags/FileNames.h"
@@ -38,7 +40,7 @@ std::optional<QByteArray> artworkToWrite(const Track& track, bool embedFolderArt
         return image.readAll();
     }
     case ArtworkSource::Kind::Embedded:
-        return track.artwork;
+        return loadArtwork(track);
     case ArtworkSource::Kind::None:
         break;
     }
@@ -356,11 +358,14 @@ std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetada
     track.year = metadata.year;
     track.genre = metadata.genre;
     track.comment = metadata.comment;
-    if (embedFolderArtwork && artwork)
+    if (embedFolderArtwork && artwork) {
         track.artworkSource = ArtworkSource::embedded();
+        track.artworkFingerprint = artworkFingerprint(*artwork);
+    }
     QList<Track> tracks = m_tracks;
     tracks[index] = track;
     changeTracks(std::move(tracks));
+    MetadataCache::rememberSaved(track);
     setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
     return std::nullopt;
 }

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QtGlobal>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -70,7 +71,7 @@ QByteArray temporaryPathFor(const QByteArray& path) {
     return path.left(slash + 1) + '.' + name + ".tagtmp";
 }
 
-std::optional<int> writeAll(int fd, const QByteArray& contents) {
+std::optional<int> writeAll(int fd, QByteArrayView contents) {
     const char* data = contents.constData();
     qint64 left = contents.size();
     while (left > 0) {
@@ -82,6 +83,41 @@ std::optional<int> writeAll(int fd, const QByteArray& contents) {
         }
         data += written;
         left -= written;
+    }
+    return std::nullopt;
+}
+
+// Copies `length` bytes of `from` at `offset` to the current position of `to`. The kernel copies in place
+// where it can; between file systems that refuse, a small buffer does it.
+std::optional<int> copyRange(int from, qint64 offset, qint64 length, int to) {
+    bool kernelCopies = true;
+    QByteArray buffer;
+    while (length > 0) {
+        ssize_t copied = -1;
+        if (kernelCopies) {
+            loff_t at = offset;
+            copied = ::copy_file_range(from, &at, to, nullptr, size_t(std::min<qint64>(length, 1 << 30)), 0);
+            if (copied < 0 && (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP)) {
+                kernelCopies = false;
+                buffer.resize(1 << 20);
+                continue;
+            }
+        } else {
+            copied = ::pread(from, buffer.data(), size_t(std::min<qint64>(length, buffer.size())), offset);
+            if (copied > 0) {
+                if (const std::optional<int> error = writeAll(to, QByteArrayView(buffer.constData(), copied)))
+                    return error;
+            }
+        }
+        if (copied < 0) {
+            if (errno == EINTR)
+                continue;
+            return errno;
+        }
+        if (copied == 0)
+            return ENODATA; // the file has shrunk since it was looked at
+        offset += copied;
+        length -= copied;
     }
     return std::nullopt;
 }
@@ -119,7 +155,7 @@ void copyAttributes(const QByteArray& from, int to) {
 // Writes the complete temporary file and flushes it to disk, so that the rename can only ever expose a
 // complete file. The old file's owner, mode and extended attributes are copied (owner first: chown may clear
 // set-id bits; attributes last, as an access control list also sets the mode).
-std::optional<int> writeTemporary(const QByteArray& temporary, const QByteArray& contents,
+std::optional<int> writeTemporary(const QByteArray& temporary, const SplicedContents& contents,
                                   const Target& target) {
     ::unlink(temporary.constData()); // a leftover of an interrupted save
     const int fd = ::open(temporary.constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
@@ -138,7 +174,11 @@ std::optional<int> writeTemporary(const QByteArray& temporary, const QByteArray&
             copyAttributes(target.path, fd);
     }
     if (!error)
-        error = writeAll(fd, contents);
+        error = writeAll(fd, contents.before);
+    if (!error && contents.length > 0)
+        error = copyRange(contents.sourceFd, contents.offset, contents.length, fd);
+    if (!error)
+        error = writeAll(fd, contents.after);
     if (!error && ::fsync(fd) != 0)
         error = errno;
     if (::close(fd) != 0 && !error)
@@ -180,6 +220,11 @@ void syncDirectory(const QByteArray& directory) {
 } // namespace
 
 std::optional<QString> replaceFileAtomically(const QByteArray& contents, const QString& path,
+                                             ReplaceMode mode) {
+    return replaceFileAtomically(SplicedContents{contents, -1, 0, 0, {}}, path, mode);
+}
+
+std::optional<QString> replaceFileAtomically(const SplicedContents& contents, const QString& path,
                                              ReplaceMode mode) {
     Target target;
     if (const std::optional<int> error = resolve(QFile::encodeName(path), target))

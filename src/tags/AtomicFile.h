@@ -25,3 +25,18 @@ enum class ReplaceMode {
 // thread.
 std::optional<QString> replaceFileAtomically(const QByteArray& contents, const QString& path,
                                              ReplaceMode mode = ReplaceMode::CreateOrReplace);
+
+// New contents made of bytes in memory around a stretch of an open file, which is copied by the kernel
+// (copy_file_range: never through the program's memory, and shared rather than copied where the file system
+// can share blocks).
+struct SplicedContents {
+    QByteArray before;
+    int sourceFd = -1; // open for reading; not closed here
+    qint64 offset = 0; // where the stretch starts in the source
+    qint64 length = 0; // bytes; the save fails if the source ends sooner
+    QByteArray after;
+};
+
+// replaceFileAtomically() for spliced contents, with the same guarantees.
+std::optional<QString> replaceFileAtomically(const SplicedContents& contents, const QString& path,
+                                             ReplaceMode mode = ReplaceMode::CreateOrReplace);

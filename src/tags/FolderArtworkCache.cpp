@@ -59,6 +59,17 @@ bool withinDecodeLimit(QIODevice& file) {
     return !layout || !layout->buffered || limit <= 0 || layout->coefficientBytes <= limit;
 }
 
+// The folders searched for a song's cover, in order: its own, then the one above (never the root).
+QList<QUrl> searchedFolders(const QUrl& songUrl) {
+    if (!songUrl.isLocalFile())
+        return {};
+    const QString folder = QFileInfo(QDir::cleanPath(songUrl.toLocalFile())).path();
+    const QString parent = QFileInfo(folder).path();
+    if (parent == folder || parent == u"/")
+        return {QUrl::fromLocalFile(folder)};
+    return {QUrl::fromLocalFile(folder), QUrl::fromLocalFile(parent)};
+}
+
 } // namespace
 
 FolderArtworkCache::FolderArtworkCache(ScanObserver onScan)
@@ -77,15 +88,22 @@ const QList<QString>& FolderArtworkCache::imageExtensions() {
 }
 
 std::optional<FolderArtworkCache::Found> FolderArtworkCache::artwork(const QUrl& songUrl) {
-    if (!songUrl.isLocalFile())
-        return std::nullopt;
-    const QString folder = QFileInfo(QDir::cleanPath(songUrl.toLocalFile())).path();
-    if (auto found = lookup(QUrl::fromLocalFile(folder)))
-        return found;
-    const QString parent = QFileInfo(folder).path();
-    if (parent == folder || parent == u"/")
-        return std::nullopt;
-    return lookup(QUrl::fromLocalFile(parent));
+    for (const QUrl& folder : searchedFolders(songUrl)) {
+        if (auto found = lookup(folder))
+            return found;
+    }
+    return std::nullopt;
+}
+
+std::optional<QUrl> FolderArtworkCache::imageFor(const QUrl& songUrl) {
+    for (const QUrl& folder : searchedFolders(songUrl)) {
+        for (const Candidate& candidate : candidates(folder)) {
+            QImageReader reader(candidate.url.toLocalFile());
+            if (reader.canRead() && reader.size().isValid())
+                return candidate.url;
+        }
+    }
+    return std::nullopt;
 }
 
 std::optional<FolderArtworkCache::Found> FolderArtworkCache::lookup(const QUrl& folderUrl) {

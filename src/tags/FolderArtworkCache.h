@@ -50,6 +50,11 @@ public:
     // Cached search of one folder (a local file URL).
     std::optional<Found> lookup(const QUrl& folderUrl);
 
+    // The image file artwork() would most likely make its picture from, found without decoding any image:
+    // the best candidate whose header reads as an image, in the song's folder, then in the one above. For
+    // loaders that keep only where a picture is and make it when it is shown.
+    static std::optional<QUrl> imageFor(const QUrl& songUrl);
+
     // Uncached search of one folder: the first candidate that makes a thumbnail.
     static std::optional<Found> scan(const QUrl& folderUrl);
     // The folder's visible regular image files, best first: by rank, then larger file, then by name.

@@ -9,10 +9,12 @@
 #include <QFileInfo>
 #include <QList>
 
-#include <cerrno>
-#include <limits>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <limits>
 
 namespace {
 
@@ -22,7 +24,7 @@ constexpr qint64 headerSize = 10;
 constexpr qint64 id3v1Size = 128;
 constexpr quint8 noGenre = 255;
 
-qint64 readSyncsafe(const QByteArray& data, qsizetype offset) {
+qint64 readSyncsafe(QByteArrayView data, qsizetype offset) {
     qint64 n = 0;
     for (qsizetype i = 0; i < 4; ++i)
         n = (n << 7) | (quint8(data[offset + i]) & 0x7F);
@@ -60,6 +62,48 @@ std::optional<int> writeProtection(const QString& path) {
         return errno;
     return std::nullopt;
 }
+
+// The audio's place in a file of `size` bytes, from its first 10 and last 128 bytes (fewer in a shorter
+// file).
+ID3TagWriter::Range audioRangeOf(QByteArrayView head, QByteArrayView tail, qint64 size) {
+    qint64 start = 0;
+    if (head.size() >= headerSize && head.startsWith("ID3")) {
+        start = headerSize + readSyncsafe(head, 6);
+        if (quint8(head[5]) & 0x10) // a footer follows the tag
+            start += headerSize;
+    }
+    const qint64 end = tail.size() >= id3v1Size && tail.first(3) == "TAG" ? size - id3v1Size : size;
+    if (start < end && end <= size)
+        return ID3TagWriter::Range{start, end - start};
+    return {};
+}
+
+// Reads exactly `length` bytes at `offset` (fewer only at the end of the file); nothing on a read error.
+std::optional<QByteArray> readAt(int fd, qint64 offset, qint64 length) {
+    QByteArray bytes(length, Qt::Uninitialized);
+    qint64 done = 0;
+    while (done < length) {
+        const ssize_t got = ::pread(fd, bytes.data() + done, size_t(length - done), offset + done);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return std::nullopt;
+        if (got == 0)
+            break;
+        done += got;
+    }
+    bytes.truncate(done);
+    return bytes;
+}
+
+// Closes the file it holds when it goes.
+struct FileDescriptor {
+    int fd;
+    ~FileDescriptor() {
+        if (fd >= 0)
+            ::close(fd);
+    }
+};
 
 } // namespace
 
@@ -99,18 +143,24 @@ std::optional<ID3TagWriter::WriteError> ID3TagWriter::write(const MusicMetadata&
         return WriteError{WriteError::Kind::NotMP3, url, {}};
 
     const QString path = url.toLocalFile();
-    QFile file(path);
-    // Only a regular file: opening a FIFO named like a song would wait for a writer forever.
-    if (path.isEmpty() || !QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly))
+    // Only a regular file: O_NONBLOCK keeps a FIFO named like a song from waiting for a writer, and fstat
+    // turns it away.
+    const FileDescriptor file{
+        path.isEmpty() ? -1 : ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)};
+    struct stat status {};
+    if (file.fd < 0 || ::fstat(file.fd, &status) != 0 || !S_ISREG(status.st_mode))
         return WriteError{WriteError::Kind::Unreadable, url, {}};
-    const QByteArray old = file.readAll();
-    if (file.error() != QFileDevice::NoError)
+    // Only the tags' edges are read; the audio between them is copied file to file.
+    const qint64 size = status.st_size;
+    const std::optional<QByteArray> head = readAt(file.fd, 0, std::min(headerSize, size));
+    const std::optional<QByteArray> tail =
+        readAt(file.fd, std::max<qint64>(size - id3v1Size, 0), std::min(id3v1Size, size));
+    if (!head || !tail)
         return WriteError{WriteError::Kind::Unreadable, url, {}};
-    file.close();
     if (const std::optional<int> denied = writeProtection(path))
         return WriteError{WriteError::Kind::Unwritable, url, qt_error_string(*denied)};
 
-    const Range audio = audioRange(old);
+    const Range audio = audioRangeOf(*head, *tail, size);
     if (audio.length == 0)
         return WriteError{WriteError::Kind::NoAudioFound, url, {}};
 
@@ -118,12 +168,7 @@ std::optional<ID3TagWriter::WriteError> ID3TagWriter::write(const MusicMetadata&
     if (!tag)
         return WriteError{WriteError::Kind::TooLarge, url, {}};
 
-    QByteArray output;
-    output.reserve(tag->size() + audio.length + id3v1Size);
-    output += *tag;
-    output += QByteArrayView(old).sliced(audio.start, audio.length);
-    output += buildID3v1Tag(metadata);
-
+    const SplicedContents output{*tag, file.fd, audio.start, audio.length, buildID3v1Tag(metadata)};
     if (const std::optional<QString> error =
             replaceFileAtomically(output, path, ReplaceMode::ReplaceExisting))
         return WriteError{WriteError::Kind::Unwritable, url, *error};
@@ -195,18 +240,9 @@ QByteArray ID3TagWriter::imageMimeType(const QByteArray& image) {
 }
 
 ID3TagWriter::Range ID3TagWriter::audioRange(const QByteArray& data) {
-    const qint64 n = data.size();
-    qint64 start = 0;
-    if (n >= headerSize && data.startsWith("ID3")) {
-        start = headerSize + readSyncsafe(data, 6);
-        if (quint8(data[5]) & 0x10) // a footer follows the tag
-            start += headerSize;
-    }
-    const qint64 end =
-        n >= id3v1Size && QByteArrayView(data).sliced(n - id3v1Size, 3) == "TAG" ? n - id3v1Size : n;
-    if (start < end && end <= n)
-        return Range{start, end - start};
-    return {};
+    const QByteArrayView bytes(data);
+    return audioRangeOf(bytes.first(std::min(headerSize, bytes.size())),
+                        bytes.last(std::min(id3v1Size, bytes.size())), bytes.size());
 }
 
 QByteArray ID3TagWriter::buildID3v1Tag(const MusicMetadata& metadata) {

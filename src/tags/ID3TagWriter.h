@@ -37,8 +37,8 @@ public:
     };
 
     // Rewrites the file at `url` (a local file URL) with `metadata` and, when present and not empty,
-    // `artwork` as its front cover. Reads the whole file into memory; blocking. On any error the file is
-    // untouched.
+    // `artwork` as its front cover. Reads only the edges of the old tags: the kernel copies the audio from
+    // file to file, so a large file never sits in memory. Blocking. On any error the file is untouched.
     static std::optional<WriteError> write(const MusicMetadata& metadata,
                                            const std::optional<QByteArray>& artwork, const QUrl& url);
 

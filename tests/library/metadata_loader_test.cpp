@@ -1,6 +1,7 @@
 #include "library/FileMetadataReader.h"
 #include "library/MetadataLoader.h"
 #include "library/MetadataReader.h"
+#include "library/TrackArtwork.h"
 #include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "support/MusicFolder.h"
@@ -68,12 +69,11 @@ class MetadataLoaderTest : public QObject {
     Q_OBJECT
 
     fixtures::MusicFolder m_dir; // its top level holds no image, so folder searches end there
-    FolderArtworkCache m_folders;
 
     QString path(const QString& name) const { return m_dir.filePath(name); }
     Track loadWith(const QString& file, const MetadataReader& reader,
                    const std::optional<PlaylistEntry>& hint = std::nullopt) {
-        return MetadataLoader::loadTrackNow(urlOf(file), hint, reader, m_folders);
+        return MetadataLoader::loadTrackNow(urlOf(file), hint, reader);
     }
 
     // A one-second untagged tone, its format chosen by the file's extension.
@@ -154,8 +154,8 @@ private slots:
                   .join(u'|'),
               "expected");
         const bool embeds = items.size() > 2;
-        QCOMPARE(track.artwork,
-                 embeds ? std::optional(fixtures::pictureBytes("JPG", Qt::red)) : std::nullopt);
+        QCOMPARE(artworkKey(track),
+                 embeds ? artworkFingerprint(fixtures::pictureBytes("JPG", Qt::red)) : QByteArray());
         QCOMPARE(track.artworkSource, embeds ? ArtworkSource::embedded() : ArtworkSource::none());
         QCOMPARE(track.isMissing, missing);
         QCOMPARE(track.url, urlOf(file));
@@ -285,13 +285,16 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         const Track track = loadWith(file, FileMetadataReader());
         QCOMPARE(textFields(track), expected);
         QVERIFY2(std::abs(track.duration - 1.0) < 0.2, qPrintable(QString::number(track.duration)));
-        QCOMPARE(track.artwork, script.contains("img") ? std::optional(readFile(cover)) : std::nullopt);
-        QCOMPARE(track.artworkSource, track.artwork ? ArtworkSource::embedded() : ArtworkSource::none());
+        const bool embeds = script.contains("img");
+        QCOMPARE(loadArtwork(track), embeds ? std::optional(readFile(cover)) : std::nullopt);
+        QCOMPARE(artworkKey(track), embeds ? artworkFingerprint(readFile(cover)) : QByteArray());
+        QCOMPARE(track.artworkSource, embeds ? ArtworkSource::embedded() : ArtworkSource::none());
         QCOMPARE(extendedFields(MetadataLoader::loadExtendedTags(urlOf(file)).result()),
                  expected.section(u'|', 3));
     }
 
-    // An album's songs: equal embedded pictures share one buffer, a song without one takes the folder's.
+    // An album's songs: equal embedded pictures share one key, a song without one takes the folder's, and
+    // each picture is read back as the key names it.
     void sharesEmbeddedAndFolderArtwork() {
         const QString picture =
             m_dir.addFile("album/picture.bin", fixtures::pictureBytes("JPG", Qt::yellow, 200));
@@ -304,10 +307,12 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
                     tagWithMutagen(file, "t = ID3(); t.add(APIC(data=img)); t.save(p)", picture));
             tracks.append(MetadataLoader::loadTrack(urlOf(file)).result());
         }
-        QCOMPARE(tracks[0].artwork, std::optional<QByteArray>(readFile(picture)));
-        QCOMPARE(tracks[1].artwork->constData(), tracks[0].artwork->constData());
+        QCOMPARE(loadArtwork(tracks[0]), std::optional<QByteArray>(readFile(picture)));
+        QCOMPARE(artworkKey(tracks[1]), artworkKey(tracks[0]));
         QCOMPARE(tracks[2].artworkSource, ArtworkSource::folder(urlOf(cover)));
-        QVERIFY(!QImage::fromData(*tracks[2].artwork, "JPEG").isNull());
+        const std::optional<QByteArray> folderPicture = loadArtwork(tracks[2]);
+        QVERIFY(folderPicture && !QImage::fromData(*folderPicture, "JPEG").isNull());
+        QVERIFY(artworkKey(tracks[2]) != artworkKey(tracks[0]));
     }
 
     // Damaged, hostile or odd files give a track named after the file, never a crash or a hang.
@@ -365,7 +370,7 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         QVERIFY(!track.isMissing && std::isfinite(track.duration) && track.duration > 0);
         if (!corpus) {
             QCOMPARE(textFields(track), "song|||||||");
-            QVERIFY(track.duration == 99.0 && !track.artwork);
+            QVERIFY(track.duration == 99.0 && artworkKey(track).isEmpty());
             QCOMPARE(MetadataLoader::loadExtendedTags(urlOf(file)).result(), ExtendedTags{});
         }
         if (tag == "no-permission")

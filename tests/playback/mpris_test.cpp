@@ -1,5 +1,6 @@
 // The player as desktop clients see it on the session bus: driven by playerctl and dbus-send, watched from a
 // second bus connection, over the real engine.
+#include "library/TrackArtwork.h"
 #include "playback/MpvAudioPlayer.h"
 #include "playback/NowPlaying.h"
 #include "playback/PlayerEngine.h"
@@ -39,11 +40,16 @@ private:
 
     // A song on disk (the fake back end does not read it, but the engine checks that it exists).
     Track song(const QString& fileName, const QString& title, const QString& artist = "John Coltrane",
-               const QString& album = "Blue Train", std::optional<QByteArray> artwork = std::nullopt) {
+               const QString& album = "Blue Train", const QByteArray& folderImage = {}) {
         Track track = fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
         track.artist = artist;
         track.album = album;
-        track.artwork = std::move(artwork);
+        if (!folderImage.isEmpty()) {
+            const QString image = m_home->dir.filePath("cover.png");
+            fixtures::writeFile(image, folderImage);
+            track.artworkSource = ArtworkSource::folder(QUrl::fromLocalFile(image));
+            track.artworkFingerprint = artworkFingerprint(loadArtwork(track).value_or(QByteArray()));
+        }
         return track;
     }
 
@@ -140,11 +146,15 @@ private slots:
             QCOMPARE(playerctl({"metadata", "--format", format}), QString(shown) + "|200000000|'" +
                                                                       trackId(track) + "'|" +
                                                                       track.url.toString(QUrl::FullyEncoded));
-            const QUrl artUrl(playerctl({"metadata", "mpris:artUrl"}));
-            QCOMPARE(artUrl.toLocalFile().startsWith(m_home->dir.filePath("cache/Orvelle/art/")),
-                     track.artwork.has_value());
-            if (track.artwork)
-                QCOMPARE(fixtures::readFile(artUrl.toLocalFile()), *track.artwork);
+            // The cover is written in the background and announced when it is there.
+            const std::optional<QByteArray> picture = loadArtwork(track);
+            QTRY_COMPARE(QUrl(playerctl({"metadata", "mpris:artUrl"}))
+                             .toLocalFile()
+                             .startsWith(m_home->dir.filePath("cache/Orvelle/art/")),
+                         picture.has_value());
+            if (picture)
+                QCOMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()),
+                         *picture);
         }
     }
 

@@ -1,0 +1,282 @@
+#include "library/MetadataCache.h"
+
+#include "library/LibraryLog.h"
+#include "library/TrackArtwork.h"
+
+#include <QDataStream>
+#include <QDir>
+#include <QFile>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStandardPaths>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <sys/stat.h>
+
+#include <atomic>
+
+namespace {
+
+constexpr auto streamVersion = QDataStream::Qt_6_4;
+
+QByteArray encoded(const FileFacts& facts) {
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    out.setVersion(streamVersion);
+    out << facts.title << facts.artist << facts.album << facts.duration << facts.tags.albumArtist
+        << facts.tags.trackNumber << facts.tags.year << facts.tags.genre << facts.tags.comment
+        << facts.embeddedArtwork;
+    return bytes;
+}
+
+std::optional<FileFacts> decoded(const QByteArray& bytes) {
+    QDataStream in(bytes);
+    in.setVersion(streamVersion);
+    FileFacts facts;
+    in >> facts.title >> facts.artist >> facts.album >> facts.duration >> facts.tags.albumArtist >>
+        facts.tags.trackNumber >> facts.tags.year >> facts.tags.genre >> facts.tags.comment >>
+        facts.embeddedArtwork;
+    if (in.status() != QDataStream::Ok || !in.atEnd())
+        return std::nullopt;
+    return facts;
+}
+
+// "/music/a/b.mp3" gives "/music/a" and "b.mp3"; the root's files belong to "".
+std::pair<QByteArray, QByteArray> splitPath(const QByteArray& path) {
+    const qsizetype slash = path.lastIndexOf('/');
+    return {slash > 0 ? path.left(slash) : QByteArray(""), path.mid(slash + 1)};
+}
+
+QByteArray imagePath(const QUrl& imageUrl) {
+    return QFile::encodeName(imageUrl.toLocalFile());
+}
+
+} // namespace
+
+FileStamp FileStamp::of(const QByteArray& localPath) {
+    struct stat status {};
+    if (localPath.isEmpty() || ::stat(localPath.constData(), &status) != 0)
+        return {};
+    return {true, S_ISREG(status.st_mode), qint64(status.st_size),
+            qint64(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec};
+}
+
+MetadataCache::MetadataCache(const QString& file)
+    : m_file(file) {
+    static std::atomic<quint64> connections{0};
+    m_connection = QStringLiteral("orvelle-metadata-cache-%1").arg(++connections);
+    if (!open()) {
+        discard("it could not be read");
+        if (!open())
+            discard("it could not be made again");
+    }
+}
+
+MetadataCache::~MetadataCache() {
+    m_filesOfFolder.reset();
+    m_folder.reset();
+    QSqlDatabase::database(m_connection, false).close();
+    QSqlDatabase::removeDatabase(m_connection);
+}
+
+QString MetadataCache::defaultFile() {
+    return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) +
+           QStringLiteral("/Orvelle/metadata.sqlite");
+}
+
+bool MetadataCache::open() {
+    QDir().mkpath(QFileInfo(m_file).path());
+    QSqlDatabase db = QSqlDatabase::contains(m_connection)
+                          ? QSqlDatabase::database(m_connection, false)
+                          : QSqlDatabase::addDatabase("QSQLITE", m_connection);
+    db.setDatabaseName(m_file);
+    if (!db.open()) {
+        qCWarning(lcLibrary) << "Cannot open the metadata cache" << m_file << db.lastError().text();
+        return false;
+    }
+    return prepareSchema();
+}
+
+bool MetadataCache::prepareSchema() {
+    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
+    QSqlQuery query(db);
+    // Another program starting at the same moment may hold the file briefly: wait for it rather than fail.
+    if (!query.exec("PRAGMA busy_timeout = 10000") || !query.exec("PRAGMA user_version") || !query.next())
+        return false;
+    const int found = query.value(0).toInt();
+    if (found > version) {
+        qCInfo(lcLibrary) << "The metadata cache" << m_file << "belongs to a newer Orvelle; not using it";
+        return true; // usable stays false, and the file is left as it is
+    }
+    const QStringList schema = {
+        "PRAGMA journal_mode = WAL",
+        "PRAGMA synchronous = NORMAL", // a crash may lose the last entries, never damage the file
+        "BEGIN IMMEDIATE",
+        found == version ? QString() : "DROP TABLE IF EXISTS files",
+        found == version ? QString() : "DROP TABLE IF EXISTS folders",
+        "CREATE TABLE IF NOT EXISTS files (folder BLOB NOT NULL, name BLOB NOT NULL, size INTEGER NOT NULL, "
+        "modified INTEGER NOT NULL, facts BLOB NOT NULL, PRIMARY KEY (folder, name)) WITHOUT ROWID",
+        "CREATE TABLE IF NOT EXISTS folders (path BLOB PRIMARY KEY NOT NULL, modified INTEGER NOT NULL, "
+        "parent_modified INTEGER NOT NULL, image BLOB NOT NULL, image_size INTEGER NOT NULL, "
+        "image_modified INTEGER NOT NULL, fingerprint BLOB NOT NULL) WITHOUT ROWID",
+        QStringLiteral("PRAGMA user_version = %1").arg(version),
+        "COMMIT",
+    };
+    for (const QString& statement : schema) {
+        if (!statement.isEmpty() && !query.exec(statement)) {
+            qCWarning(lcLibrary) << "The metadata cache" << m_file << "failed:" << query.lastError().text();
+            query.exec("ROLLBACK");
+            return false;
+        }
+    }
+    m_filesOfFolder = std::make_unique<QSqlQuery>(db);
+    m_folder = std::make_unique<QSqlQuery>(db);
+    m_filesOfFolder->setForwardOnly(true);
+    m_folder->setForwardOnly(true);
+    m_usable = m_filesOfFolder->prepare("SELECT name, size, modified, facts FROM files WHERE folder = ?") &&
+               m_folder->prepare("SELECT modified, parent_modified, image, image_size, image_modified, "
+                                 "fingerprint FROM folders WHERE path = ?");
+    return m_usable;
+}
+
+void MetadataCache::discard(const char* reason) {
+    qCWarning(lcLibrary) << "Starting the metadata cache" << m_file << "again:" << reason;
+    m_usable = false;
+    m_filesOfFolder.reset();
+    m_folder.reset();
+    m_loadedFolder.reset();
+    m_folderFiles.clear();
+    QSqlDatabase::database(m_connection, false).close();
+    for (const char* suffix : {"", "-wal", "-shm"})
+        QFile::remove(m_file + QLatin1String(suffix));
+}
+
+bool MetadataCache::loadFolder(const QByteArray& folder) {
+    m_loadedFolder = folder;
+    m_folderFiles.clear();
+    m_filesOfFolder->bindValue(0, folder);
+    if (!m_filesOfFolder->exec()) {
+        discard(qPrintable(m_filesOfFolder->lastError().text()));
+        return false;
+    }
+    while (m_filesOfFolder->next()) {
+        const FileStamp stamp{true, true, m_filesOfFolder->value(1).toLongLong(),
+                              m_filesOfFolder->value(2).toLongLong()};
+        m_folderFiles.insert(m_filesOfFolder->value(0).toByteArray(),
+                             {stamp, m_filesOfFolder->value(3).toByteArray()});
+    }
+    if (m_filesOfFolder->lastError().isValid()) {
+        discard(qPrintable(m_filesOfFolder->lastError().text()));
+        return false;
+    }
+    m_filesOfFolder->finish();
+    return true;
+}
+
+std::optional<FileFacts> MetadataCache::facts(const QByteArray& path, const FileStamp& stamp) {
+    if (!m_usable || !stamp.regular)
+        return std::nullopt;
+    const auto [folder, name] = splitPath(path);
+    if (folder != m_loadedFolder && !loadFolder(folder))
+        return std::nullopt;
+    const auto entry = m_folderFiles.constFind(name);
+    if (entry == m_folderFiles.cend() || entry->first != stamp)
+        return std::nullopt;
+    return decoded(entry->second);
+}
+
+MetadataCache::FolderEntry MetadataCache::folderStamp(const QByteArray& folderPath) {
+    return {folderPath,
+            FileStamp::of(folderPath).modified,
+            FileStamp::of(splitPath(folderPath).first).modified,
+            {}};
+}
+
+std::optional<FolderPicture> MetadataCache::folderPicture(const QByteArray& folderPath) {
+    if (!m_usable)
+        return std::nullopt;
+    m_folder->bindValue(0, folderPath);
+    if (!m_folder->exec()) {
+        discard(qPrintable(m_folder->lastError().text()));
+        return std::nullopt;
+    }
+    if (!m_folder->next())
+        return std::nullopt;
+    const FolderEntry now = folderStamp(folderPath);
+    const QByteArray image = m_folder->value(2).toByteArray();
+    const FileStamp imageStamp = image.isEmpty() ? FileStamp() : FileStamp::of(image);
+    const bool current = now.modified == m_folder->value(0).toLongLong() &&
+                         now.parentModified == m_folder->value(1).toLongLong() &&
+                         (image.isEmpty() || (imageStamp.size == m_folder->value(3).toLongLong() &&
+                                              imageStamp.modified == m_folder->value(4).toLongLong()));
+    FolderPicture picture;
+    if (!image.isEmpty())
+        picture = {QUrl::fromLocalFile(QFile::decodeName(image)), m_folder->value(5).toByteArray()};
+    m_folder->finish();
+    return current ? std::optional(picture) : std::nullopt;
+}
+
+void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders) {
+    if (!m_usable || (files.isEmpty() && folders.isEmpty()))
+        return;
+    QSqlDatabase db = QSqlDatabase::database(m_connection, false);
+    QSqlQuery query(db);
+    if (!query.exec("BEGIN IMMEDIATE")) {
+        qCWarning(lcLibrary) << "The metadata cache is busy; not keeping" << files.size() << "entries"
+                             << query.lastError().text();
+        return;
+    }
+    bool ok = query.prepare("INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?)");
+    for (qsizetype i = 0; ok && i < files.size(); ++i) {
+        const FileEntry& file = files[i];
+        if (!file.stamp.regular)
+            continue;
+        const auto [folder, name] = splitPath(file.path);
+        query.bindValue(0, folder);
+        query.bindValue(1, name);
+        query.bindValue(2, file.stamp.size);
+        query.bindValue(3, file.stamp.modified);
+        query.bindValue(4, encoded(file.facts));
+        ok = query.exec();
+    }
+    ok = ok && query.prepare("INSERT OR REPLACE INTO folders VALUES (?, ?, ?, ?, ?, ?, ?)");
+    for (qsizetype i = 0; ok && i < folders.size(); ++i) {
+        const FolderEntry& folder = folders[i];
+        const QByteArray image =
+            folder.picture.imageUrl.isEmpty() ? QByteArray("") : imagePath(folder.picture.imageUrl);
+        const FileStamp imageStamp = image.isEmpty() ? FileStamp() : FileStamp::of(image);
+        query.bindValue(0, folder.path);
+        query.bindValue(1, folder.modified);
+        query.bindValue(2, folder.parentModified);
+        query.bindValue(3, image);
+        query.bindValue(4, imageStamp.size);
+        query.bindValue(5, imageStamp.modified);
+        query.bindValue(6, folder.picture.fingerprint.isNull() ? QByteArray("") : folder.picture.fingerprint);
+        ok = query.exec();
+    }
+    if (!ok || !query.exec("COMMIT")) {
+        const QString error = query.lastError().text();
+        query.exec("ROLLBACK");
+        discard(qPrintable(error));
+        return;
+    }
+    m_loadedFolder.reset();
+    m_folderFiles.clear();
+}
+
+QFuture<void> MetadataCache::rememberSaved(const Track& track, const QString& file) {
+    return QtConcurrent::run([track, file] {
+        FileEntry entry;
+        entry.path = MetadataLoader::localPath(track.url);
+        entry.stamp = FileStamp::of(entry.path);
+        entry.facts = {track.title,
+                       track.artist,
+                       track.album,
+                       track.duration,
+                       {track.albumArtist, track.trackNumber, track.year, track.genre, track.comment},
+                       track.artworkSource.kind() == ArtworkSource::Kind::Embedded ? track.artworkFingerprint
+                                                                                   : QByteArray()};
+        MetadataCache(file).remember({entry});
+    });
+}

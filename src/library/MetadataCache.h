@@ -1,0 +1,94 @@
+#pragma once
+
+#include "library/MetadataLoader.h"
+#include "library/Track.h"
+
+#include <QByteArray>
+#include <QFuture>
+#include <QHash>
+#include <QList>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+class QSqlQuery;
+
+// A file's identity as the cache checks it: its size and modification time. Nothing else is compared, so a
+// file rewritten with the same size within the same nanosecond would be missed; no tool does that.
+struct FileStamp {
+    bool exists = false;
+    bool regular = false; // a regular file (links followed), the only kind the cache keeps
+    qint64 size = 0;
+    qint64 modified = 0; // nanoseconds since the epoch
+
+    static FileStamp of(const QByteArray& localPath);
+    friend bool operator==(const FileStamp&, const FileStamp&) = default;
+};
+
+// Remembers what each audio file said when it was last read (FileFacts) and which cover each folder showed,
+// so that a later start reads neither a file whose path, size and modification time are unchanged nor a
+// folder whose listing and cover are unchanged. Anything else is read again.
+//
+// It is only a cache, in SQLite's write-ahead-log mode so that two running programs and a crash are safe: a
+// missing file starts empty; a damaged one, or one that fails while in use, is thrown away and started again
+// (what it could not answer is read from the files); one written by a newer version of the program is left
+// alone and not used. An instance is one connection: use it on the thread that made it. Blocking.
+class MetadataCache {
+public:
+    struct FileEntry {
+        QByteArray path; // the file system's own bytes
+        FileStamp stamp; // taken before the file was read
+        FileFacts facts;
+    };
+    // A folder's cover, with what it depended on: the folder's and its parent's listings (their
+    // modification times, taken before the search) and the image file itself.
+    struct FolderEntry {
+        QByteArray path;
+        qint64 modified = 0;
+        qint64 parentModified = 0;
+        FolderPicture picture;
+    };
+
+    explicit MetadataCache(const QString& file = defaultFile());
+    ~MetadataCache();
+    MetadataCache(const MetadataCache&) = delete;
+    MetadataCache& operator=(const MetadataCache&) = delete;
+
+    // $XDG_CACHE_HOME/Orvelle/metadata.sqlite
+    static QString defaultFile();
+    // Bumped whenever what the cache holds changes meaning; a cache of another version is not read.
+    static constexpr int version = 1;
+
+    // False when the cache cannot be used at all (then every answer is "unknown" and nothing is kept).
+    bool isUsable() const { return m_usable; }
+
+    // What the file said, when its entry's stamp equals `stamp`. Lookups of files of one folder in a row cost
+    // one query for the folder.
+    std::optional<FileFacts> facts(const QByteArray& path, const FileStamp& stamp);
+    // The folder's cover (an empty URL: it has none), when nothing it depended on has changed.
+    std::optional<FolderPicture> folderPicture(const QByteArray& folderPath);
+    // The folder's and its parent's modification times now, for a FolderEntry.
+    static FolderEntry folderStamp(const QByteArray& folderPath);
+
+    // Keeps these, in one transaction.
+    void remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders = {});
+
+    // Keeps the tags just saved into `track`'s file, so the next start does not read it again. Runs on the
+    // global pool; the future finishes when the entry is written (or could not be).
+    static QFuture<void> rememberSaved(const Track& track, const QString& file = defaultFile());
+
+private:
+    bool open();
+    bool prepareSchema();
+    void discard(const char* reason);
+    bool loadFolder(const QByteArray& folder);
+
+    QString m_file;
+    QString m_connection;
+    bool m_usable = false;
+    std::unique_ptr<QSqlQuery> m_filesOfFolder; // prepared once: a start asks for every folder
+    std::unique_ptr<QSqlQuery> m_folder;
+    std::optional<QByteArray> m_loadedFolder; // the folder whose entries m_folderFiles holds
+    QHash<QByteArray, std::pair<FileStamp, QByteArray>> m_folderFiles; // name -> stamp, encoded facts
+};

@@ -7,6 +7,8 @@
 
 namespace {
 
+const QChar searchSeparator(u'\0');
+
 bool sameIds(const QList<Track>& a, const QList<Track>& b) {
     return std::equal(a.cbegin(), a.cend(), b.cbegin(), b.cend(),
                       [](const Track& x, const Track& y) { return x.id == y.id; });
@@ -83,13 +85,17 @@ int TrackListModel::rowOf(const QUuid& id) const {
 }
 
 bool TrackListModel::matches(int row, const QString& query) const {
-    SearchTexts& texts = m_searchTexts[row];
-    if (!texts) {
-        const Track& track = m_tracks[row];
-        texts = {displayTitle(track).toLower(), track.artist.toLower(), track.album.toLower()};
+    const Track& track = m_tracks[row];
+    if (query.contains(searchSeparator)) { // never typed; kept exact all the same
+        const QString texts[] = {displayTitle(track), track.artist, track.album};
+        return std::any_of(std::begin(texts), std::end(texts),
+                           [&](const QString& text) { return text.toLower().contains(query); });
     }
-    return std::any_of(texts->cbegin(), texts->cend(),
-                       [&](const QString& text) { return text.contains(query); });
+    QString& joined = m_searchTexts[row];
+    if (joined.isNull())
+        joined =
+            (displayTitle(track) + searchSeparator + track.artist + searchSeparator + track.album).toLower();
+    return joined.contains(query);
 }
 
 void TrackListModel::follow(const TrackListChange& change) {
@@ -99,20 +105,20 @@ void TrackListModel::follow(const TrackListChange& change) {
         if (sameIds(m_tracks, now)) {
             // The same songs with new values (a tag save): repaint, keep everything else.
             m_tracks = now;
-            std::fill(m_searchTexts.begin(), m_searchTexts.end(), std::nullopt);
+            std::fill(m_searchTexts.begin(), m_searchTexts.end(), QString());
             if (!m_tracks.isEmpty())
                 emit dataChanged(index(0), index(int(m_tracks.size()) - 1));
         } else {
             beginResetModel();
             m_tracks = now;
-            m_searchTexts = QList<SearchTexts>(m_tracks.size());
+            m_searchTexts = QList<QString>(m_tracks.size());
             endResetModel();
         }
         break;
     case TrackListChange::Kind::Inserted:
         beginInsertRows({}, change.first, change.first + change.count - 1);
         m_tracks = now;
-        m_searchTexts.insert(change.first, change.count, std::nullopt);
+        m_searchTexts.insert(change.first, change.count, QString());
         endInsertRows();
         break;
     case TrackListChange::Kind::Removed: {

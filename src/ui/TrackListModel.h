@@ -7,7 +7,6 @@
 #include <QList>
 #include <QUuid>
 
-#include <array>
 #include <optional>
 
 class LibraryStore;
@@ -51,11 +50,11 @@ private:
     void follow(const TrackListChange& change);
     void followCurrentTrack();
 
-    using SearchTexts = std::optional<std::array<QString, 3>>;
-
     LibraryStore& m_store;
     PlayerEngine& m_engine;
-    QList<Track> m_tracks;                    // shares the store's list between changes
-    mutable QList<SearchTexts> m_searchTexts; // parallel to m_tracks, filled on first search
+    QList<Track> m_tracks; // shares the store's list between changes
+    // Parallel to m_tracks: each row's three texts lower-cased and joined by a separator no query holds
+    // (one allocation a row); null until the first search needs it.
+    mutable QList<QString> m_searchTexts;
     int m_currentRow = -1;
 };

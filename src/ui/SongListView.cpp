@@ -154,7 +154,11 @@ void SongListView::dragEnterEvent(QDragEnterEvent* event) {
 }
 
 void SongListView::dragMoveEvent(QDragMoveEvent* event) {
-    const QModelIndex target = indexAt(event->position().toPoint());
+    const QPoint pos = event->position().toPoint();
+    const QRect edges = viewport()->rect().adjusted(0, autoScrollMargin(), 0, -autoScrollMargin());
+    if (hasAutoScroll() && !edges.contains(pos))
+        startAutoScroll(); // scrolls while the pointer stays near the top or bottom edge
+    const QModelIndex target = indexAt(pos);
     setDropTarget(target, payloadId(event->mimeData()));
     event->acceptProposedAction();
 }

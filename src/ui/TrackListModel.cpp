@@ -116,6 +116,8 @@ void TrackListModel::follow(const TrackListChange& change) {
         }
         break;
     case TrackListChange::Kind::Inserted:
+        if (change.count == 0)
+            break;
         beginInsertRows({}, change.first, change.first + change.count - 1);
         m_tracks = now;
         m_searchTexts.insert(change.first, change.count, QString());

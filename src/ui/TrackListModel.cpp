@@ -65,6 +65,9 @@ QVariant TrackListModel::data(const QModelIndex& index, int role) const {
         return QStringList{position, displayTitle(track), displayArtist(track), displayAlbum(track)}.join(
             QStringLiteral(", "));
     }
+    case Qt::AccessibleDescriptionRole: // the warning a sighted user sees on the row
+        return track.isMissing ? QStringLiteral("This file isn't at the path saved in the playlist.")
+                               : QString();
     case TrackRole:
         return QVariant::fromValue(track);
     case NumberRole:

@@ -28,7 +28,8 @@ public:
     TrackListModel(LibraryStore& store, PlayerEngine& engine, QObject* parent = nullptr);
 
     int rowCount(const QModelIndex& parent = {}) const override;
-    // DisplayRole: the display title; AccessibleTextRole: number (or playing state), title, artist, album.
+    // DisplayRole: the display title; AccessibleTextRole: number (or playing state), title, artist, album;
+    // AccessibleDescriptionRole: the missing-file warning.
     QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
 
     const QList<Track>& tracks() const { return m_tracks; }

@@ -18,6 +18,7 @@ struct Tags {
     QString artist;
     QString album;
     QString file;
+    bool missing = false;
 };
 Q_DECLARE_METATYPE(Tags)
 
@@ -39,6 +40,7 @@ class TrackListModelTest : public QObject {
             Track track = fixtures::trackAt(m_music->addFile(tags.file), tags.title);
             track.artist = tags.artist;
             track.album = tags.album;
+            track.isMissing = tags.missing;
             tracks.append(track);
         }
         m_store->setTracks(tracks);
@@ -83,6 +85,8 @@ private slots:
                                 << "1, Song, Band, Record";
         QTest::addRow("untagged") << Tags{"", "", "", "02 Intro.flac"} << "02 Intro"
                                   << "1, 02 Intro, Unknown artist, Unknown album";
+        QTest::addRow("missing") << Tags{"Gone", "Band", "Record", "gone.mp3", true} << "Gone"
+                                 << "1, Gone, Band, Record";
     }
     void rowContents() {
         QFETCH(Tags, tags);
@@ -91,6 +95,7 @@ private slots:
         setSongs({tags});
         QCOMPARE(shown(Qt::DisplayRole), display);
         QCOMPARE(shown(Qt::AccessibleTextRole), accessible);
+        QCOMPARE(shown(Qt::AccessibleDescriptionRole).isEmpty(), !tags.missing);
     }
 
     // The current song is marked on its row; playing only while the engine plays.

@@ -13,6 +13,12 @@ namespace {
 
 constexpr int insertionLineHeight = 2;
 
+// The parts of a row a press acts on by itself, leaving the selection alone.
+bool isControl(TrackRowLayout::Part part) {
+    using Part = TrackRowLayout::Part;
+    return part == Part::Info || part == Part::Remove || part == Part::Grip || part == Part::Warning;
+}
+
 QUuid rowId(const QModelIndex& index) {
     return index.data(TrackListModel::TrackRole).value<Track>().id;
 }
@@ -31,7 +37,6 @@ SongListView::SongListView(const TrackListModel& tracks, TrackRowDelegate& deleg
     setDragEnabled(false); // only the grip starts drags
     setAcceptDrops(true);
     setDropIndicatorShown(false);
-    setMouseTracking(true);
 }
 
 QMimeData* SongListView::reorderPayload(const QUuid& id) {
@@ -55,13 +60,6 @@ TrackRowLayout::Part SongListView::partAt(const QModelIndex& index, QPoint pos) 
     option.rect = visualRect(index);
     return m_delegate.layout(option, index).partAt(pos);
 }
-
-namespace {
-bool isControl(TrackRowLayout::Part part) {
-    using Part = TrackRowLayout::Part;
-    return part == Part::Info || part == Part::Remove || part == Part::Grip || part == Part::Warning;
-}
-} // namespace
 
 void SongListView::mousePressEvent(QMouseEvent* event) {
     const QModelIndex index = indexAt(event->position().toPoint());
@@ -90,6 +88,7 @@ void SongListView::mouseMoveEvent(QMouseEvent* event) {
         m_pressedPart = TrackRowLayout::Part::None;
         auto* drag = new QDrag(this);
         drag->setMimeData(reorderPayload(id));
+        drag->setPixmap(viewport()->grab(visualRect(m_pressedIndex))); // the row travels with the pointer
         drag->exec(Qt::MoveAction);
     }
 }

@@ -75,7 +75,10 @@ SongListArea::SongListArea(LibraryStore& store, PlayerEngine& engine, CoverThumb
     showPage();
 }
 
-SongListArea::~SongListArea() = default;
+// The list refers to the models and the delegate, which are children created before it: it goes first.
+SongListArea::~SongListArea() {
+    delete m_pages;
+}
 
 void SongListArea::setSearchText(const QString& text) {
     m_filter->setSearchText(text);

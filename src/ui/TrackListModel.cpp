@@ -95,9 +95,16 @@ bool TrackListModel::matches(int row, const QString& query) const {
                            [&](const QString& text) { return text.toLower().contains(query); });
     }
     QString& joined = m_searchTexts[row];
-    if (joined.isNull())
-        joined =
-            (displayTitle(track) + searchSeparator + track.artist + searchSeparator + track.album).toLower();
+    if (joined.isNull()) {
+        const QString title = displayTitle(track);
+        joined.reserve(title.size() + track.artist.size() + track.album.size() + 2);
+        joined.append(title)
+            .append(searchSeparator)
+            .append(track.artist)
+            .append(searchSeparator)
+            .append(track.album);
+        joined = std::move(joined).toLower(); // in place: one allocation a row
+    }
     return joined.contains(query);
 }
 

@@ -17,6 +17,7 @@
 #include <QtConcurrent>
 
 #include <algorithm>
+#include <cstdlib>
 
 namespace {
 
@@ -115,10 +116,13 @@ void LibraryStore::setStatus(const QString& status) {
 }
 
 // The one place the list changes: the engine's queue follows at once and the session save is rescheduled.
-void LibraryStore::changeTracks(QList<Track> tracks) {
+// Without `change` the step is one a view need not see: the next step's change spans both.
+void LibraryStore::changeTracks(QList<Track> tracks, std::optional<TrackListChange> change) {
     m_tracks = std::move(tracks);
     m_engine->setQueue(m_tracks);
     scheduleSessionSave();
+    if (change)
+        emit tracksEdited(*change);
     emit tracksChanged();
 }
 
@@ -156,7 +160,7 @@ QFuture<void> LibraryStore::addURLs(const QList<QUrl>& urls, std::optional<int> 
             const qsizetype added = loaded.size();
             tracks.insert(at, added, Track());
             std::move(loaded.begin(), loaded.end(), tracks.begin() + at);
-            changeTracks(std::move(tracks));
+            changeTracks(std::move(tracks), TrackListChange::inserted(int(at), int(added)));
             setHasUnsavedChanges(true);
             setStatus(QStringLiteral("Added %1.").arg(songCount(added)));
             setImporting(false);
@@ -200,7 +204,7 @@ QFuture<void> LibraryStore::openPlaylist(const QUrl& url, bool replacing) {
                 setPlaylistURL(url);
                 setHasUnsavedChanges(false);
             } else {
-                changeTracks(m_tracks + loaded);
+                changeTracks(m_tracks + loaded, TrackListChange::inserted(int(m_tracks.size()), int(count)));
                 setHasUnsavedChanges(true);
             }
             if (missing == 0)
@@ -268,9 +272,14 @@ void LibraryStore::remove(const QSet<QUuid>& ids) {
         return;
     QList<Track> kept;
     kept.reserve(m_tracks.size());
-    std::copy_if(m_tracks.cbegin(), m_tracks.cend(), std::back_inserter(kept),
-                 [&](const Track& t) { return !ids.contains(t.id); });
-    changeTracks(std::move(kept));
+    QList<int> removedRows;
+    for (qsizetype i = 0; i < m_tracks.size(); ++i) {
+        if (ids.contains(m_tracks[i].id))
+            removedRows.append(int(i));
+        else
+            kept.append(m_tracks[i]);
+    }
+    changeTracks(std::move(kept), TrackListChange::removed(std::move(removedRows)));
     setHasUnsavedChanges(true);
 }
 
@@ -281,7 +290,10 @@ void LibraryStore::moveTrack(const QUuid& id, int offset) {
         return;
     QList<Track> tracks = m_tracks;
     tracks.swapItemsAt(from, to);
-    changeTracks(std::move(tracks));
+    // Neighbours swap as one row moving; a longer swap moves two rows.
+    const bool neighbours = std::abs(offset) == 1;
+    changeTracks(std::move(tracks),
+                 neighbours ? TrackListChange::moved(int(from), int(to)) : TrackListChange::reset());
     setHasUnsavedChanges(true);
 }
 
@@ -295,9 +307,9 @@ void LibraryStore::moveTrack(const QUuid& id, const QUuid& onto) {
     // Two changes of the list, as a drag is a removal and an insertion: the engine sees both.
     QList<Track> tracks = m_tracks;
     const Track dragged = tracks.takeAt(source);
-    changeTracks(tracks);
+    changeTracks(tracks, std::nullopt);
     tracks.insert(std::min<qsizetype>(target, tracks.size()), dragged);
-    changeTracks(std::move(tracks));
+    changeTracks(std::move(tracks), TrackListChange::moved(int(source), int(target)));
     setHasUnsavedChanges(true);
 }
 

@@ -3,6 +3,7 @@
 #include "library/BookmarkStore.h"
 #include "library/Track.h"
 #include "playback/AudioPlayer.h"
+#include "store/TrackListChange.h"
 #include "tags/MusicMetadata.h"
 
 #include <QFuture>
@@ -116,7 +117,11 @@ public:
     const BookmarkStore& bookmarks() const { return m_bookmarks; }
 
 signals:
+    // After every change of the list. A change made in two steps (a drag) sends it twice.
     void tracksChanged();
+    // Just before tracksChanged, once per operation: how the list went from what the last tracksEdited
+    // left to what it is now, for views that follow it row by row.
+    void tracksEdited(const TrackListChange& change);
     void playlistURLChanged();
     void hasUnsavedChangesChanged();
     void isImportingChanged();
@@ -128,7 +133,7 @@ signals:
     void sessionSaved();
 
 private:
-    void changeTracks(QList<Track> tracks);
+    void changeTracks(QList<Track> tracks, std::optional<TrackListChange> change = TrackListChange::reset());
     void setPlaylistURL(const QUrl& url);
     void setHasUnsavedChanges(bool value);
     void setImporting(bool value);

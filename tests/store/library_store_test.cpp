@@ -29,6 +29,26 @@ QString titles(const QList<Track>& tracks) {
     return result.join(' ');
 }
 
+// `before` changed as `change` says it did.
+QList<Track> applied(QList<Track> before, const TrackListChange& change, const QList<Track>& after) {
+    switch (change.kind) {
+    case TrackListChange::Kind::Reset:
+        return after;
+    case TrackListChange::Kind::Inserted:
+        for (int i = 0; i < change.count; ++i)
+            before.insert(change.first + i, after[change.first + i]);
+        return before;
+    case TrackListChange::Kind::Removed:
+        for (auto row = change.rows.crbegin(); row != change.rows.crend(); ++row)
+            before.removeAt(*row);
+        return before;
+    case TrackListChange::Kind::Moved:
+        before.move(change.first, change.to);
+        return before;
+    }
+    return {};
+}
+
 Track song(const QString& title, const QUrl& url = {}) {
     Track track;
     track.id = QUuid::createUuid();
@@ -58,6 +78,8 @@ class LibraryStoreTest : public QObject {
     std::unique_ptr<LibraryStore> m_store;
     std::optional<QUrl> m_destination; // what the save dialog answers
     QStringList m_offeredNames;
+    QList<Track> m_followed; // the list as the row-by-row changes describe it
+    TrackListChange::Kind m_lastChange = TrackListChange::Kind::Reset;
 
     LibraryStore& store() { return *m_store; }
     QUrl url(const QString& name) const { return m_music->url(name); }
@@ -92,6 +114,13 @@ private slots:
         // Every change of the list reaches the engine at once.
         connect(m_store.get(), &LibraryStore::tracksChanged, this,
                 [this] { QCOMPARE(store().engine()->queue(), store().tracks()); });
+        // Views that follow the list row by row end up with the list as it is.
+        m_followed.clear();
+        connect(m_store.get(), &LibraryStore::tracksEdited, this, [this](const TrackListChange& change) {
+            m_followed = applied(m_followed, change, store().tracks());
+            QCOMPARE(m_followed, store().tracks());
+            m_lastChange = change.kind;
+        });
     }
 
     void cleanup() { m_store.reset(); }
@@ -212,31 +241,39 @@ private slots:
         QTRY_COMPARE(store().tracks().size(), 1);
     }
 
-    // A swap by an offset, a drag onto another track (removal and insertion: two changes), a block move
-    // before a gap, or a removal, over the unchanged list "a b c d". A change that changes nothing is silent.
+    // A swap by an offset, a drag onto another track (removal and insertion: two changes, which views
+    // see as one move), a block move before a gap, or a removal, over the unchanged list "a b c d". A change
+    // that changes nothing is silent.
     void reorders_data() {
+        using Kind = TrackListChange::Kind;
         QTest::addColumn<QString>("how");
         QTest::addColumn<QList<int>>("arguments"); // track indices, -1 for an id not in the list
         QTest::addColumn<QString>("order");
         QTest::addColumn<int>("changes");
-        QTest::addRow("first up") << "offset" << QList<int>{0, -1} << "a b c d" << 0;
-        QTest::addRow("beyond the end") << "offset" << QList<int>{1, 3} << "a b c d" << 0;
-        QTest::addRow("a swap two places away") << "offset" << QList<int>{0, 2} << "c b a d" << 1;
-        QTest::addRow("dragged down") << "onto" << QList<int>{0, 2} << "b c a d" << 2;
-        QTest::addRow("dragged up") << "onto" << QList<int>{3, 1} << "a d b c" << 2;
-        QTest::addRow("dragged onto itself") << "onto" << QList<int>{2, 2} << "a b c d" << 0;
-        QTest::addRow("dragged onto a stranger") << "onto" << QList<int>{2, -1} << "a b c d" << 0;
-        QTest::addRow("one to the end") << "block" << QList<int>{0, 4} << "b c d a" << 1;
-        QTest::addRow("two into the middle") << "block" << QList<int>{0, 3, 2} << "b a d c" << 1;
-        QTest::addRow("remove nothing") << "remove" << QList<int>{} << "a b c d" << 0;
-        QTest::addRow("remove a stranger") << "remove" << QList<int>{-1} << "a b c d" << 1;
-        QTest::addRow("remove two") << "remove" << QList<int>{0, 2} << "b d" << 1;
+        QTest::addColumn<Kind>("seenAs");
+        QTest::addRow("first up") << "offset" << QList<int>{0, -1} << "a b c d" << 0 << Kind::Reset;
+        QTest::addRow("beyond the end") << "offset" << QList<int>{1, 3} << "a b c d" << 0 << Kind::Reset;
+        QTest::addRow("one down") << "offset" << QList<int>{1, 1} << "a c b d" << 1 << Kind::Moved;
+        QTest::addRow("a swap two places away")
+            << "offset" << QList<int>{0, 2} << "c b a d" << 1 << Kind::Reset;
+        QTest::addRow("dragged down") << "onto" << QList<int>{0, 2} << "b c a d" << 2 << Kind::Moved;
+        QTest::addRow("dragged up") << "onto" << QList<int>{3, 1} << "a d b c" << 2 << Kind::Moved;
+        QTest::addRow("dragged onto itself") << "onto" << QList<int>{2, 2} << "a b c d" << 0 << Kind::Reset;
+        QTest::addRow("dragged onto a stranger")
+            << "onto" << QList<int>{2, -1} << "a b c d" << 0 << Kind::Reset;
+        QTest::addRow("one to the end") << "block" << QList<int>{0, 4} << "b c d a" << 1 << Kind::Reset;
+        QTest::addRow("two into the middle")
+            << "block" << QList<int>{0, 3, 2} << "b a d c" << 1 << Kind::Reset;
+        QTest::addRow("remove nothing") << "remove" << QList<int>{} << "a b c d" << 0 << Kind::Reset;
+        QTest::addRow("remove a stranger") << "remove" << QList<int>{-1} << "a b c d" << 1 << Kind::Removed;
+        QTest::addRow("remove two") << "remove" << QList<int>{0, 2} << "b d" << 1 << Kind::Removed;
     }
     void reorders() {
         QFETCH(QString, how);
         QFETCH(QList<int>, arguments);
         QFETCH(QString, order);
         QFETCH(int, changes);
+        QFETCH(TrackListChange::Kind, seenAs);
         const QList<Track> tracks{song("a"), song("b"), song("c"), song("d")};
         store().setTracks(tracks);
         QSignalSpy changed(&store(), &LibraryStore::tracksChanged);
@@ -256,6 +293,7 @@ private slots:
             store().remove(ids);
         QCOMPARE(titles(store().tracks()), order);
         QCOMPARE(changed.count(), changes);
+        QCOMPARE(m_lastChange, seenAs);
         QCOMPARE(store().hasUnsavedChanges(), changes > 0);
     }
 

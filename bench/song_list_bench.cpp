@@ -1,0 +1,186 @@
+// The song list at 100,000 songs: one search keystroke filtered and repainted, one screen of rows with
+// covers painted, one selected song removed and one moved by a drop (each from the action until the
+// repaint), and the memory the cover cache holds. Songs share 200 album covers, as a real library does.
+
+#include "library/MetadataLoader.h"
+#include "store/LibraryStore.h"
+#include "support/MusicFolder.h"
+#include "support/Pictures.h"
+#include "ui/CoverThumbnails.h"
+#include "ui/FileDialogs.h"
+#include "ui/SongListArea.h"
+#include "ui/SongListView.h"
+
+#include <QApplication>
+#include <QDropEvent>
+#include <QElapsedTimer>
+#include <QListView>
+#include <QMimeData>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <functional>
+
+namespace {
+
+constexpr int songCount = 100000;
+constexpr int albumCount = 200;
+
+AudioPlayerCreation noPlayer(const QUrl&) {
+    return {nullptr, QStringLiteral("No audio output in this benchmark.")};
+}
+
+// One song per album read from disk with its folder cover, then repeated with new ids and titles.
+QList<Track> library(fixtures::MusicFolder& music) {
+    QList<Track> albums;
+    for (int a = 0; a < albumCount; ++a) {
+        const QString folder = QStringLiteral("Album %1").arg(a);
+        music.addFile(folder + "/cover.jpg",
+                      fixtures::pictureBytes("JPEG", QColor::fromHsv(a % 360, 200, 200), 600));
+        albums.append(MetadataLoader::loadTrackNow(QUrl::fromLocalFile(music.addSong(folder + "/song.mp3"))));
+    }
+    QList<Track> tracks;
+    tracks.reserve(songCount);
+    for (int i = 0; i < songCount; ++i) {
+        Track track = albums[i % albumCount];
+        track.id = QUuid::createUuid();
+        track.title = QStringLiteral("Song %1 of the day").arg(i);
+        track.artist = QStringLiteral("Artist %1").arg(i % 997);
+        track.album = QStringLiteral("Album %1").arg(i % albumCount);
+        tracks.append(track);
+    }
+    return tracks;
+}
+
+double median(QList<double> values) {
+    std::sort(values.begin(), values.end());
+    return values.isEmpty() ? 0 : values[values.size() / 2];
+}
+
+// Milliseconds of the main thread's processor time: on a machine shared with other work, wall-clock time
+// measures the neighbours as much as the list.
+double threadMs() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return now.tv_sec * 1e3 + now.tv_nsec / 1e6;
+}
+
+// What `action` and the list's repaint take together, the medians of `runs`.
+struct Timing {
+    double cpuMs;
+    double wallMs;
+};
+Timing timed(QListView& view, int runs, const std::function<void(int)>& action) {
+    QList<double> cpu;
+    QList<double> wall;
+    for (int run = 0; run < runs; ++run) {
+        QElapsedTimer timer;
+        timer.start();
+        const double start = threadMs();
+        action(run);
+        view.viewport()->repaint();
+        cpu.append(threadMs() - start);
+        wall.append(timer.nsecsElapsed() / 1e6);
+    }
+    return {median(cpu), median(wall)};
+}
+
+void report(const char* what, Timing timing, const char* target) {
+    std::printf("%s: %.2f ms processor time, %.2f ms wall clock (target %s)\n", what, timing.cpuMs,
+                timing.wallMs, target);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    QTemporaryDir home;
+    qputenv("XDG_DATA_HOME", home.filePath("data").toUtf8());
+    QSettings settings(home.filePath("settings.ini"), QSettings::IniFormat);
+    fixtures::MusicFolder music;
+    if (fixtures::sampleSong().isEmpty()) {
+        std::fprintf(stderr, "Couldn't make the sample song (is ffmpeg installed?)\n");
+        return 1;
+    }
+
+    LibraryStore store(&settings, noPlayer, nullptr);
+    store.setTracks(library(music));
+    {
+        // The store's own share of a removal and a drag: it copies the list of values either way.
+        LibraryStore alone(&settings, noPlayer, nullptr);
+        alone.setTracks(store.tracks());
+        QListView none;
+        report("the store alone removing one song",
+               timed(none, 5, [&](int) { alone.remove({alone.tracks()[500].id}); }), "-");
+        report("the store alone moving one song by a drag",
+               timed(none, 5, [&](int) { alone.moveTrack(alone.tracks()[500].id, alone.tracks()[502].id); }),
+               "-");
+    }
+    CoverThumbnails covers;
+    const FileDialogs dialogs;
+    SongListArea area(store, *store.engine(), covers, dialogs);
+    area.resize(900, 700);
+    area.show();
+    QListView& view = *area.listView();
+    if (!QTest::qWaitForWindowExposed(&area))
+        return 1;
+
+    // Covers decoded for the first screen, then a screen's paint with every cover at hand.
+    const int rowsOnScreen = view.viewport()->height() / std::max(1, view.sizeHintForRow(0));
+    if (!QTest::qWaitFor([&] { return covers.decodeCount() >= std::min(albumCount, rowsOnScreen); }, 20000))
+        std::printf("(some covers were not ready)\n");
+    QCoreApplication::processEvents();
+    std::printf("%d songs, %d rows on screen\n", songCount, rowsOnScreen);
+    report("paint one screen of rows with covers", timed(view, 30, [](int) {}), "8 ms");
+
+    // Keystrokes: the first search also lower-cases every song's texts once.
+    report("the first search keystroke", timed(view, 1, [&](int) { area.setSearchText("a"); }), "-");
+    qsizetype searchChars = 0;
+    for (const Track& track : store.tracks())
+        searchChars += displayTitle(track).size() + track.artist.size() + track.album.size() + 2;
+    // Each row's joined text: its characters (2 bytes each) and a string header with malloc's rounding.
+    std::printf("the search's lower-cased texts: about %.0f KiB\n",
+                (searchChars * 2 + store.tracks().size() * 32) / 1024.0);
+    area.setSearchText("");
+    const QStringList keystrokes{"s",       "so",       "son",     "song",  "song 1",
+                                 "song 12", "song 123", "song 12", "song 1"};
+    report("one search keystroke, filtered and repainted",
+           timed(view, int(keystrokes.size()), [&](int i) { area.setSearchText(keystrokes[i]); }), "15 ms");
+    report("clearing the search", timed(view, 1, [&](int) { area.setSearchText(""); }), "-");
+
+    // Remove the selected song with the Delete key, somewhere in the middle of the list.
+    view.scrollTo(view.model()->index(songCount / 2, 0));
+    report("remove one selected song with Delete",
+           timed(view, 10,
+                 [&](int run) {
+                     view.selectionModel()->select(view.model()->index(songCount / 2 + run, 0),
+                                                   QItemSelectionModel::ClearAndSelect);
+                     QTest::keyClick(&view, Qt::Key_Delete);
+                 }),
+           "20 ms");
+
+    // Drop a song's grip payload two rows further down.
+    report("move one song by a drop",
+           timed(view, 10,
+                 [&](int) {
+                     const QModelIndex from = view.indexAt(QPoint(10, 10));
+                     const QPoint onto = view.visualRect(from.siblingAtRow(from.row() + 2)).center();
+                     QMimeData mime;
+                     mime.setText(
+                         from.data(Qt::UserRole + 1).value<Track>().id.toString(QUuid::WithoutBraces));
+                     QDragEnterEvent enter(onto, Qt::MoveAction, &mime, Qt::LeftButton, {});
+                     QApplication::sendEvent(view.viewport(), &enter);
+                     QDropEvent drop(onto, Qt::MoveAction, &mime, Qt::LeftButton, {});
+                     QApplication::sendEvent(view.viewport(), &drop);
+                 }),
+           "20 ms");
+
+    std::printf("cover cache: %.1f KiB held for %d decoded covers (bound %d KiB)\n",
+                covers.cachedBytes() / 1024.0, covers.decodeCount(), 24 * 1024);
+    return 0;
+}

@@ -101,21 +101,26 @@ private:
         if (!path)
             return url.toString(QUrl::FullyEncoded);
         if (const std::optional<QString> relative = m_relative ? m_relative->of(*path) : std::nullopt) {
-            for (QString text : {*relative, QStringLiteral("./") + *relative}) {
-                if (readsBackAs(text, LocalFiles::standardizedPath(m_folder + u'/' + text)))
-                    return text;
-            }
-        } else if (readsBackAs(*path, *path)) {
+            if (readsBack(*relative, *path))
+                return *relative;
+            const QString marked = QStringLiteral("./") + *relative;
+            if (readsBack(marked, *path))
+                return marked;
+        } else if (readsBack(*path, *path)) {
             return *path;
         }
         return QUrl::fromLocalFile(*path).toString(QUrl::FullyEncoded);
     }
 
-    // Whether `text` on its own line (M3U) or as a "File" value (PLS) reads back as the file at `path`.
-    bool readsBackAs(const QString& text, const QString& path) const {
-        return !text.startsWith(u'#') && !PlaylistSyntax::isPlsHeader(text) &&
-               std::none_of(text.cbegin(), text.cend(), PlaylistSyntax::isLineBreak) &&
-               m_resolver.resolve(text) == path;
+    // Whether `text`, on its own line (M3U) or as a "File" value (PLS), reads back as the file at `path`. A
+    // relative path found through symbolic links names that file through the playlist's folder as written.
+    bool readsBack(const QString& text, const QString& path) const {
+        if (text.startsWith(u'#') || PlaylistSyntax::isPlsHeader(text) ||
+            std::any_of(text.cbegin(), text.cend(), PlaylistSyntax::isLineBreak))
+            return false;
+        const std::optional<QString> read = m_resolver.resolve(text);
+        return read && (*read == path || (!text.startsWith(u'/') &&
+                                          *read == LocalFiles::standardizedPath(m_folder + u'/' + text)));
     }
 
     QString m_folder;

@@ -230,6 +230,9 @@ private slots:
             << true
             << "#EXTM3U\n#EXTINF:245,Die Ärzte - Schrei\nÄrzte/Schrei.mp3\n#EXTINF:-1,Only title\n"
                "../elsewhere/b c.flac\n#EXTINF:12,A - B\n/abs/%41 100%.mp3\n";
+        QTest::addRow("relative to where links lead")
+            << "x.m3u8" << QList<Track>{track(m_dir.filePath("links/linked/song.mp3"), "", "S", 1)} << true
+            << "#EXTM3U\n#EXTINF:1,S\n../links/real/song.mp3\n";
         QTest::addRow("absolute when asked")
             << "x.pls" << QList<Track>{track(w + "/a.mp3", "", "a", 1)} << false
             << "[playlist]\nFile1=" + w + "/a.mp3\nTitle1=a\nLength1=1\nNumberOfEntries=1\nVersion=2\n";

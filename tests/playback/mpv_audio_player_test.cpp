@@ -2,6 +2,7 @@
 #include "playback/MpvAudioPlayer.h"
 #include "playback/PlayerEngine.h"
 
+#include "support/Await.h"
 #include "support/FakeAudioPlayer.h"
 #include "support/FileContents.h"
 #include "support/Fixtures.h"
@@ -23,8 +24,11 @@ private:
         const QString path = m_home.dir.filePath(name);
         return QFile::exists(path) || fixtures::makeAudio(path, seconds) ? path : QString();
     }
-    static AudioPlayerCreation open(const QString& path) {
-        return MpvAudioPlayer::open(QUrl::fromLocalFile(path));
+    static AudioPlayerCreation open(const QString& path, int timeoutMs = 2000) {
+        QFuture<AudioPlayerCreation> opening =
+            MpvAudioPlayer::open(QUrl::fromLocalFile(path), std::chrono::milliseconds(timeoutMs));
+        fixtures::await(opening);
+        return opening.takeResult();
     }
 
 private slots:
@@ -46,6 +50,9 @@ private slots:
             QTest::addRow("%s", name) << name << QByteArray("null") << 2000 << QString();
         QTest::addRow("FIFO named .mp3")
             << "fifo.mp3" << QByteArray("null") << 2000 << "It isn't a regular file.";
+        // mpv loads it and waits at its end for an output that never comes.
+        QTest::addRow("not a single sample")
+            << "silent.wav" << QByteArray("null") << 2000 << "The file has no sound in it.";
         QTest::addRow("sound output that cannot start")
             << "tone.mp3" << QByteArray("pcm") << 2000 << "The sound output couldn't be started.";
         QTest::addRow("opening takes too long")
@@ -56,11 +63,14 @@ private slots:
         QFETCH(QString, file);
         QFETCH(QByteArray, output);
         QFETCH(int, timeout);
-        const QString path = file == "fifo.mp3" ? m_home.dir.filePath(file) : audio(file, 2.0);
-        QVERIFY(file != "fifo.mp3" || ::mkfifo(QFile::encodeName(path).constData(), 0600) == 0);
+        const QString path = m_home.dir.filePath(file);
+        if (file == "fifo.mp3")
+            QVERIFY(::mkfifo(QFile::encodeName(path).constData(), 0600) == 0);
+        else
+            QVERIFY(file == "silent.wav" ? fixtures::makeAudio(path, 1.0, {"-t", "0"})
+                                         : audio(file, 2.0) == path);
         qputenv("ORVELLE_AUDIO_OUTPUT", output);
-        const AudioPlayerCreation created =
-            MpvAudioPlayer::open(QUrl::fromLocalFile(path), std::chrono::milliseconds(timeout));
+        const AudioPlayerCreation created = open(path, timeout);
         QTEST(created.error, "error");
         QCOMPARE(created.player == nullptr, !created.error.isEmpty());
         if (created.player) {
@@ -71,7 +81,8 @@ private slots:
         }
     }
 
-    // Under the engine: a missing file and a text file named .mp3 give their sentences; the next song plays
+    // Under the engine, opening off the main thread: play() returns before any file is looked at. A missing
+    // file and a text file named .mp3 give their sentences; the next song plays
     // to its end and the one after it starts, seeks within its length, stands still while paused, and at its
     // end stays loaded, paused and rewound.
     void engineOverMpv() {
@@ -87,9 +98,12 @@ private slots:
         QSignalSpy indexChanged(&engine, &PlayerEngine::currentIndexChanged);
 
         engine.play();
-        QCOMPARE(shown,
-                 QStringList({"gone isn't where the playlist says it is.",
-                              "Can't play notes: The file isn't in a format Orvelle can play.", QString()}));
+        QVERIFY(shown.isEmpty() && !engine.hasAudioPlayer());
+        QTRY_COMPARE_WITH_TIMEOUT(
+            shown,
+            QStringList({"gone isn't where the playlist says it is.",
+                         "Can't play notes: The file isn't in a format Orvelle can play.", QString()}),
+            10000);
         QCOMPARE(engine.currentIndex(), 2);
         QTRY_VERIFY_WITH_TIMEOUT(engine.currentTime() > 0.3, 5000); // the ticker follows real decoding
         QTRY_COMPARE_WITH_TIMEOUT(engine.currentIndex(), 3, 5000);

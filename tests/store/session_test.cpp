@@ -42,8 +42,9 @@ QList<Track> sessionOf(int count) {
 }
 
 // The engine never plays here; a player that cannot open anything is enough.
-AudioPlayerCreation noPlayer(const QUrl&) {
-    return {nullptr, QStringLiteral("No audio output in this test.")};
+QFuture<AudioPlayerCreation> noPlayer(const QUrl&) {
+    return QtFuture::makeReadyFuture(
+        AudioPlayerCreation{nullptr, QStringLiteral("No audio output in this test.")});
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QThreadPool>
 #include <QTimer>
 #include <QUrl>
 #include <QUuid>
@@ -33,7 +34,8 @@ using SaveDestinationChooser = std::function<std::optional<QUrl>(const QString& 
 //
 // Asynchronous operations return a QFuture<void> that finishes on the main thread once the operation's
 // list change (or its failure) is done; the list is never locked meanwhile, so edits made while an import
-// loads are kept.
+// loads are kept. File work (reading playlists, loading songs, writing the session) runs off the main thread.
+// Playback messages of the engine become the status.
 class LibraryStore : public QObject {
     Q_OBJECT
     Q_PROPERTY(QList<Track> tracks READ tracks NOTIFY tracksChanged)
@@ -79,7 +81,8 @@ public:
     // Opens the playlist replacing the list, or raises pendingOpenURL when unsaved changes would be lost.
     void requestOpenPlaylist(const QUrl& url);
     void confirmPendingOpen();
-    // Replaces the list with the playlist's songs, or appends them.
+    // Replaces the list with the playlist's songs, or appends them. A later replacing open supersedes this
+    // one when it is replacing: its result is dropped.
     QFuture<void> openPlaylist(const QUrl& url, bool replacing);
     // Closes the playlist, or raises pendingClearConfirmation when it has unsaved changes.
     void requestClear();
@@ -141,7 +144,8 @@ private:
     SaveDestinationChooser m_chooser;
     BookmarkStore m_bookmarks;
     QTimer m_sessionSaveTimer;
-    QList<Track> m_sessionCopy; // the list as it was at the last change, for the pending save
+    QList<Track> m_sessionCopy;   // the list as it was at the last change, for the pending save
+    quint64 m_replacingOpens = 0; // replacing opens started; only the latest one's songs land
 
     QList<Track> m_tracks;
     QUrl m_playlistURL;
@@ -151,4 +155,6 @@ private:
     QString m_errorMessage;
     bool m_pendingClearConfirmation = false;
     QUrl m_pendingOpenURL;
+    // Session writes, one at a time; destroyed first, so the store waits for a write under way.
+    QThreadPool m_sessionWriter;
 };

@@ -23,7 +23,9 @@ public:
     using QObject::QObject;
     ~AudioPlayer() override = default;
 
-    // Readies the output so that play() starts without delay. Called once after creation.
+    // Readies the output so that play() starts without delay, and starts the reports (the signals below):
+    // until then the player posts nothing, so a player nobody took may be destroyed on any thread. Called
+    // once after creation.
     virtual void prepareToPlay() = 0;
     // Starts or resumes.
     virtual void play() = 0;

@@ -7,7 +7,6 @@
 #include <QPointer>
 #include <QPromise>
 #include <QThread>
-#include <QThreadPool>
 #include <QTimer>
 
 #include <mpv/client.h>
@@ -53,10 +52,11 @@ std::optional<AudioPlayerCreation> refusal(const QUrl& url) {
     return std::nullopt;
 }
 
-// Tears a handle down off the main thread: mpv waits for its audio output to close.
+// Tears a handle down on a thread of its own, which quitting the program does not wait for: mpv waits for
+// its audio output to close, and a handle that never finished opening may be stuck in a read.
 void destroyLater(mpv_handle* handle) {
     mpv_set_wakeup_callback(handle, nullptr, nullptr);
-    QThreadPool::globalInstance()->start([handle] { mpv_terminate_destroy(handle); });
+    std::thread([handle] { mpv_terminate_destroy(handle); }).detach();
 }
 
 // At the start of playback, already at the end and without a sound output: the file holds no sound. (An
@@ -144,18 +144,26 @@ private:
 
 QFuture<AudioPlayerCreation> MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseconds timeout) {
     auto opening = std::make_shared<Opening>(QThread::currentThread());
+    QFuture<AudioPlayerCreation> result = opening->future();
+    const auto tooLong = [url, timeout](Opening& unanswered) {
+        if (unanswered.answer({nullptr, QStringLiteral("The file took too long to open.")}))
+            qCInfo(lcPlayback) << "Gave up opening" << url << "after" << timeout.count() << "ms";
+    };
+    // Whatever the opening thread is stuck in, the caller hears back in time. Once that thread has answered,
+    // nothing here holds the result any more.
+    QTimer::singleShot(timeout, [unanswered = std::weak_ptr(opening), tooLong] {
+        if (const std::shared_ptr<Opening> opening = unanswered.lock())
+            tooLong(*opening);
+    });
     // Looking at the file, starting mpv and loading may each block (a stalled mount, a slow disk): a thread
     // of its own, which quitting the program does not wait for.
-    std::thread([opening, url, deadline = QDeadlineTimer(timeout)] {
+    std::thread([opening = std::move(opening), url, tooLong, deadline = QDeadlineTimer(timeout)] {
         if (std::optional<AudioPlayerCreation> created = openNow(url, deadline))
             opening->answer(std::move(*created));
+        else
+            tooLong(*opening);
     }).detach();
-    // Whatever that thread is stuck in, the caller hears back in time.
-    QTimer::singleShot(timeout, [opening, url, timeout] {
-        if (opening->answer({nullptr, QStringLiteral("The file took too long to open.")}))
-            qCInfo(lcPlayback) << "Gave up opening" << url << "after" << timeout.count() << "ms";
-    });
-    return opening->future();
+    return result;
 }
 
 std::optional<AudioPlayerCreation> MpvAudioPlayer::openNow(const QUrl& url, const QDeadlineTimer& deadline) {
@@ -202,8 +210,7 @@ std::optional<AudioPlayerCreation> MpvAudioPlayer::openNow(const QUrl& url, cons
             return AudioPlayerCreation{nullptr, sentenceFor(MPV_ERROR_NOTHING_TO_PLAY)};
         }
     }
-    // A handle that never finished opening may be stuck in a read; this thread may wait for it.
-    mpv_terminate_destroy(handle);
+    destroyLater(handle);
     return std::nullopt;
 }
 
@@ -214,8 +221,18 @@ AudioPlayerFactory MpvAudioPlayer::factory() {
 MpvAudioPlayer::MpvAudioPlayer(mpv_handle* handle)
     : m_handle(handle) {
     mpv_observe_property(m_handle, eofReachedReply, "eof-reached", MPV_FORMAT_FLAG);
-    // Called on mpv's thread (and once at once, which reads what came while the file was opening): only
-    // post to the main thread. Posted calls die with this object.
+}
+
+MpvAudioPlayer::~MpvAudioPlayer() {
+    // Clearing the callback waits for a running one to return, so nothing is posted to a dead object.
+    destroyLater(m_handle);
+}
+
+void MpvAudioPlayer::prepareToPlay() {
+    // The file is loaded and its decoder running, paused. Reports start now, on the thread the player
+    // belongs to: a player made for nobody never posts anything, so it may go on any thread. The callback
+    // runs on mpv's thread (and once at once, which reads what came while the file was opening): it only
+    // posts to this object. Posted calls die with it.
     mpv_set_wakeup_callback(
         m_handle,
         [](void* context) {
@@ -223,11 +240,6 @@ MpvAudioPlayer::MpvAudioPlayer(mpv_handle* handle)
             QMetaObject::invokeMethod(self, &MpvAudioPlayer::readEvents, Qt::QueuedConnection);
         },
         this);
-}
-
-MpvAudioPlayer::~MpvAudioPlayer() {
-    // Clearing the callback waits for a running one to return, so nothing is posted to a dead object.
-    destroyLater(m_handle);
 }
 
 void MpvAudioPlayer::readEvents() {
@@ -267,10 +279,6 @@ void MpvAudioPlayer::readEvents() {
             break;
         }
     }
-}
-
-void MpvAudioPlayer::prepareToPlay() {
-    // open() returns with the file loaded and its decoder running, paused: nothing is left to prepare.
 }
 
 void MpvAudioPlayer::play() {

@@ -106,7 +106,7 @@ private slots:
             10000);
         QCOMPARE(engine.currentIndex(), 2);
         QTRY_VERIFY_WITH_TIMEOUT(engine.currentTime() > 0.3, 5000); // the ticker follows real decoding
-        QTRY_COMPARE_WITH_TIMEOUT(engine.currentIndex(), 3, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(engine.currentIndex() == 3 && engine.hasAudioPlayer(), 5000);
         QVERIFY(engine.isPlaying());
         QCOMPARE(indexChanged.count(), 4);
 
@@ -132,12 +132,14 @@ private slots:
         for (int i = 0; i < 3; ++i) {
             AudioPlayerCreation created = open(path);
             QVERIFY(created.player);
+            created.player->prepareToPlay();
             created.player->setCurrentTime(0.99);
             created.player->play();
         }
         AudioPlayerCreation created = open(path);
         QVERIFY(created.player);
         AudioPlayer& player = *created.player;
+        player.prepareToPlay();
         QSignalSpy finished(&player, &AudioPlayer::finished);
         player.play();
         QTRY_VERIFY_WITH_TIMEOUT(player.currentTime() > 0.2, 5000);

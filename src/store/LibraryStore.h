@@ -81,8 +81,8 @@ public:
     // Opens the playlist replacing the list, or raises pendingOpenURL when unsaved changes would be lost.
     void requestOpenPlaylist(const QUrl& url);
     void confirmPendingOpen();
-    // Replaces the list with the playlist's songs, or appends them. A later replacing open supersedes this
-    // one when it is replacing: its result is dropped.
+    // Replaces the list with the playlist's songs, or appends them. A replacing open lands nothing once a
+    // later replacing open has begun.
     QFuture<void> openPlaylist(const QUrl& url, bool replacing);
     // Closes the playlist, or raises pendingClearConfirmation when it has unsaved changes.
     void requestClear();
@@ -144,8 +144,7 @@ private:
     SaveDestinationChooser m_chooser;
     BookmarkStore m_bookmarks;
     QTimer m_sessionSaveTimer;
-    QList<Track> m_sessionCopy;   // the list as it was at the last change, for the pending save
-    quint64 m_replacingOpens = 0; // replacing opens started; only the latest one's songs land
+    QList<Track> m_sessionCopy; // the list as it was at the last change, for the pending save
 
     QList<Track> m_tracks;
     QUrl m_playlistURL;
@@ -155,6 +154,7 @@ private:
     QString m_errorMessage;
     bool m_pendingClearConfirmation = false;
     QUrl m_pendingOpenURL;
+    quint64 m_replacingOpens = 0; // replacing opens started; only the latest one's songs land
     // Session writes, one at a time; destroyed first, so the store waits for a write under way.
     QThreadPool m_sessionWriter;
 };

@@ -21,8 +21,9 @@
 
 namespace {
 
-AudioPlayerCreation noPlayer(const QUrl&) {
-    return {nullptr, QStringLiteral("No audio output in this benchmark.")};
+QFuture<AudioPlayerCreation> noPlayer(const QUrl&) {
+    return QtFuture::makeReadyFuture(
+        AudioPlayerCreation{nullptr, QStringLiteral("No audio output in this benchmark.")});
 }
 
 // A song library of `albums` folders of `songsPerAlbum` songs, each folder with a 600 px cover.

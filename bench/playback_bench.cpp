@@ -80,6 +80,10 @@ int main(int argc, char** argv) {
     engine.setQueue({track});
 
     engine.play();
+    QEventLoop opening; // the song opens off the main thread: it plays, or fails with a message
+    QObject::connect(&engine, &PlayerEngine::isPlayingChanged, &opening, &QEventLoop::quit);
+    QObject::connect(&engine, &PlayerEngine::playbackErrorChanged, &opening, &QEventLoop::quit);
+    opening.exec();
     if (!engine.isPlaying()) {
         std::fprintf(stderr, "could not play: %s\n", qPrintable(engine.playbackError()));
         return 1;

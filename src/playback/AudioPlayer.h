@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QFuture>
 #include <QObject>
 #include <QString>
 #include <QUrl>
@@ -22,7 +23,9 @@ public:
     using QObject::QObject;
     ~AudioPlayer() override = default;
 
-    // Readies the output so that play() starts without delay. Called once after creation.
+    // Readies the output so that play() starts without delay, and starts the reports (the signals below):
+    // until then the player posts nothing, so a player nobody took may be destroyed on any thread. Called
+    // once after creation.
     virtual void prepareToPlay() = 0;
     // Starts or resumes.
     virtual void play() = 0;
@@ -50,12 +53,17 @@ signals:
     void decodeError(const QString& description);
 };
 
-// The outcome of opening a file: a ready player, or a readable sentence saying why not
+// The outcome of opening a file: a ready player, or why not: nothing at the path, or a readable sentence
 // (e.g. "The file isn't in a format Orvelle can play.").
 struct AudioPlayerCreation {
     std::unique_ptr<AudioPlayer> player;
-    QString error; // set exactly when `player` is null
+    QString error;        // set exactly when `player` is null and the file is not missing
+    bool missing = false; // nothing exists at the URL's path
 };
 
-// Opens a file URL. Called on the main thread; returns within a bounded wait whatever the file is.
-using AudioPlayerFactory = std::function<AudioPlayerCreation(const QUrl& url)>;
+// Opens a file URL. Called on the main thread and returns at once: opening may wait on a disk, a decoder or
+// the sound output, so it runs elsewhere. The future finishes within a bounded wait whatever the file is (a
+// FIFO, a file on a stalled mount), with a player that belongs to the calling thread. A back end that knows
+// the outcome at once returns a finished future. Nobody may be waiting any more: a result no one takes is
+// destroyed with the future.
+using AudioPlayerFactory = std::function<QFuture<AudioPlayerCreation>(const QUrl& url)>;

@@ -5,12 +5,16 @@
 #include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QPointer>
-#include <QThreadPool>
+#include <QPromise>
+#include <QThread>
+#include <QTimer>
 
 #include <mpv/client.h>
 
 #include <algorithm>
+#include <atomic>
 #include <clocale>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -35,30 +39,36 @@ QString sentenceFor(int mpvError) {
     }
 }
 
-// Refuses what mpv should never be handed: a FIFO or a device would block its reader for good.
-std::optional<QString> refusal(const QUrl& url) {
-    if (!url.isLocalFile())
-        return QStringLiteral("Only files on this computer can be played.");
+// Answers at once for what mpv should never be handed: nothing at the path (a URL that names no local file
+// has none), or a FIFO or a device, which would block its reader for good.
+std::optional<AudioPlayerCreation> refusal(const QUrl& url) {
     const QFileInfo info(url.toLocalFile());
-    if (!info.exists())
-        return QStringLiteral("The file doesn't exist.");
+    if (!url.isLocalFile() || !info.exists())
+        return AudioPlayerCreation{nullptr, QString(), true};
     if (!info.isFile())
-        return QStringLiteral("It isn't a regular file.");
+        return AudioPlayerCreation{nullptr, QStringLiteral("It isn't a regular file.")};
     if (!info.isReadable())
-        return QStringLiteral("You don't have permission to read the file.");
+        return AudioPlayerCreation{nullptr, QStringLiteral("You don't have permission to read the file.")};
     return std::nullopt;
 }
 
-// Tears a handle down off the main thread: mpv waits for its audio output to close.
+// Tears a handle down on a thread of its own, which quitting the program does not wait for: mpv waits for
+// its audio output to close, and a handle that never finished opening may be stuck in a read.
 void destroyLater(mpv_handle* handle) {
     mpv_set_wakeup_callback(handle, nullptr, nullptr);
-    QThreadPool::globalInstance()->start([handle] { mpv_terminate_destroy(handle); });
+    std::thread([handle] { mpv_terminate_destroy(handle); }).detach();
 }
 
-// A handle that never finished opening may be stuck in a read: its own thread, which quitting the program
-// does not wait for.
-void abandon(mpv_handle* handle) {
-    std::thread([handle] { mpv_terminate_destroy(handle); }).detach();
+// At the start of playback, already at the end and without a sound output: the file holds no sound. (An
+// output that fails to start leaves eof-reached unset, and mpv then ends the file with its own error.)
+bool endedSilently(mpv_handle* handle) {
+    int atEnd = 0;
+    char* output = nullptr;
+    if (mpv_get_property(handle, "current-ao", MPV_FORMAT_STRING, &output) >= 0) {
+        mpv_free(output);
+        return false;
+    }
+    return mpv_get_property(handle, "eof-reached", MPV_FORMAT_FLAG, &atEnd) >= 0 && atEnd;
 }
 
 mpv_handle* createHandle() {
@@ -103,14 +113,65 @@ mpv_handle* createHandle() {
     return handle;
 }
 
+// One opening, answered once: by the thread that opens, or by the deadline, whichever comes first.
+class Opening {
+public:
+    explicit Opening(QThread* caller)
+        : m_caller(caller) {
+        m_promise.start();
+    }
+
+    QFuture<AudioPlayerCreation> future() { return m_promise.future(); }
+
+    // False when the opening was answered already; a player made too late goes with `creation`.
+    bool answer(AudioPlayerCreation creation) {
+        if (m_answered.test_and_set())
+            return false;
+        if (creation.player)
+            creation.player->moveToThread(m_caller);
+        m_promise.addResult(std::move(creation));
+        m_promise.finish();
+        return true;
+    }
+
+private:
+    QThread* m_caller;
+    QPromise<AudioPlayerCreation> m_promise;
+    std::atomic_flag m_answered;
+};
+
 } // namespace
 
-AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseconds timeout) {
-    if (std::optional<QString> reason = refusal(url))
-        return {nullptr, *reason};
+QFuture<AudioPlayerCreation> MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseconds timeout) {
+    auto opening = std::make_shared<Opening>(QThread::currentThread());
+    QFuture<AudioPlayerCreation> result = opening->future();
+    const auto tooLong = [url, timeout](Opening& unanswered) {
+        if (unanswered.answer({nullptr, QStringLiteral("The file took too long to open.")}))
+            qCInfo(lcPlayback) << "Gave up opening" << url << "after" << timeout.count() << "ms";
+    };
+    // Whatever the opening thread is stuck in, the caller hears back in time. Once that thread has answered,
+    // nothing here holds the result any more.
+    QTimer::singleShot(timeout, [unanswered = std::weak_ptr(opening), tooLong] {
+        if (const std::shared_ptr<Opening> opening = unanswered.lock())
+            tooLong(*opening);
+    });
+    // Looking at the file, starting mpv and loading may each block (a stalled mount, a slow disk): a thread
+    // of its own, which quitting the program does not wait for.
+    std::thread([opening = std::move(opening), url, tooLong, deadline = QDeadlineTimer(timeout)] {
+        if (std::optional<AudioPlayerCreation> created = openNow(url, deadline))
+            opening->answer(std::move(*created));
+        else
+            tooLong(*opening);
+    }).detach();
+    return result;
+}
+
+std::optional<AudioPlayerCreation> MpvAudioPlayer::openNow(const QUrl& url, const QDeadlineTimer& deadline) {
+    if (std::optional<AudioPlayerCreation> refused = refusal(url))
+        return refused;
     mpv_handle* handle = createHandle();
     if (!handle)
-        return {nullptr, QStringLiteral("The sound system couldn't be started.")};
+        return AudioPlayerCreation{nullptr, QStringLiteral("The sound system couldn't be started.")};
 
     // Ready means loaded and with its sound output running: an output that cannot start ends the file just
     // after loading, and is refused here rather than reported as a decode error of every song in turn.
@@ -119,10 +180,9 @@ AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseco
     const char* command[] = {"loadfile", path.constData(), "replace", nullptr};
     if (int error = mpv_command(handle, command); error < 0) {
         destroyLater(handle);
-        return {nullptr, sentenceFor(error)};
+        return AudioPlayerCreation{nullptr, sentenceFor(error)};
     }
 
-    const QDeadlineTimer deadline(timeout);
     bool loaded = false;
     bool outputRunning = false;
     while (!deadline.hasExpired()) {
@@ -134,7 +194,7 @@ AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseco
              static_cast<const mpv_event_property*>(event->data)->format == MPV_FORMAT_STRING);
         if (loaded && outputRunning) {
             mpv_unobserve_property(handle, outputReply);
-            return {std::unique_ptr<AudioPlayer>(new MpvAudioPlayer(handle)), QString()};
+            return AudioPlayerCreation{std::unique_ptr<AudioPlayer>(new MpvAudioPlayer(handle)), QString()};
         }
         if (event->event_id == MPV_EVENT_END_FILE) {
             // The event belongs to the handle: read it before the handle goes.
@@ -142,12 +202,16 @@ AudioPlayerCreation MpvAudioPlayer::open(const QUrl& url, std::chrono::milliseco
             const QString error =
                 sentenceFor(end->reason == MPV_END_FILE_REASON_ERROR ? end->error : MPV_ERROR_UNKNOWN_FORMAT);
             destroyLater(handle);
-            return {nullptr, error};
+            return AudioPlayerCreation{nullptr, error};
+        }
+        if (event->event_id == MPV_EVENT_PLAYBACK_RESTART && endedSilently(handle)) {
+            // A stream without a single sample never opens an output, and mpv waits at its end for good.
+            destroyLater(handle);
+            return AudioPlayerCreation{nullptr, sentenceFor(MPV_ERROR_NOTHING_TO_PLAY)};
         }
     }
-    qCInfo(lcPlayback) << "Gave up opening" << url << "after" << timeout.count() << "ms";
-    abandon(handle);
-    return {nullptr, QStringLiteral("The file took too long to open.")};
+    destroyLater(handle);
+    return std::nullopt;
 }
 
 AudioPlayerFactory MpvAudioPlayer::factory() {
@@ -157,8 +221,18 @@ AudioPlayerFactory MpvAudioPlayer::factory() {
 MpvAudioPlayer::MpvAudioPlayer(mpv_handle* handle)
     : m_handle(handle) {
     mpv_observe_property(m_handle, eofReachedReply, "eof-reached", MPV_FORMAT_FLAG);
-    // Called on mpv's thread (and once at once, which reads what came while the file was opening): only
-    // post to the main thread. Posted calls die with this object.
+}
+
+MpvAudioPlayer::~MpvAudioPlayer() {
+    // Clearing the callback waits for a running one to return, so nothing is posted to a dead object.
+    destroyLater(m_handle);
+}
+
+void MpvAudioPlayer::prepareToPlay() {
+    // The file is loaded and its decoder running, paused. Reports start now, on the thread the player
+    // belongs to: a player made for nobody never posts anything, so it may go on any thread. The callback
+    // runs on mpv's thread (and once at once, which reads what came while the file was opening): it only
+    // posts to this object. Posted calls die with it.
     mpv_set_wakeup_callback(
         m_handle,
         [](void* context) {
@@ -166,11 +240,6 @@ MpvAudioPlayer::MpvAudioPlayer(mpv_handle* handle)
             QMetaObject::invokeMethod(self, &MpvAudioPlayer::readEvents, Qt::QueuedConnection);
         },
         this);
-}
-
-MpvAudioPlayer::~MpvAudioPlayer() {
-    // Clearing the callback waits for a running one to return, so nothing is posted to a dead object.
-    destroyLater(m_handle);
 }
 
 void MpvAudioPlayer::readEvents() {
@@ -210,10 +279,6 @@ void MpvAudioPlayer::readEvents() {
             break;
         }
     }
-}
-
-void MpvAudioPlayer::prepareToPlay() {
-    // open() returns with the file loaded and its decoder running, paused: nothing is left to prepare.
 }
 
 void MpvAudioPlayer::play() {

@@ -6,6 +6,7 @@
 #include <optional>
 
 struct mpv_handle;
+class QDeadlineTimer;
 
 // Plays one local file through libmpv, audio only (no video, no configuration files, no terminal, no
 // input bindings). The audio output is mpv's default, or the `ao` named by ORVELLE_AUDIO_OUTPUT
@@ -21,10 +22,11 @@ public:
     // How long open() waits at most for mpv to load the file or to give up on it.
     static constexpr std::chrono::milliseconds defaultOpenTimeout{2000};
 
-    // Opens `url` paused and waits until mpv has loaded it and started its sound output, or has failed (at
-    // most `timeout`). Files that aren't regular files (FIFOs, devices, folders) are refused before mpv sees
-    // them.
-    static AudioPlayerCreation open(const QUrl& url, std::chrono::milliseconds timeout = defaultOpenTimeout);
+    // Opens `url` paused on a thread of its own; the future finishes on the calling thread once mpv has
+    // loaded the file and started its sound output, or has failed, or after `timeout`. Files that aren't
+    // regular files (FIFOs, devices, folders) are refused before mpv sees them.
+    static QFuture<AudioPlayerCreation> open(const QUrl& url,
+                                             std::chrono::milliseconds timeout = defaultOpenTimeout);
     // A factory for the engine that calls open().
     static AudioPlayerFactory factory();
 
@@ -42,6 +44,8 @@ public:
 
 private:
     explicit MpvAudioPlayer(mpv_handle* handle);
+    // The blocking part of open(), until `deadline`; nothing when the deadline passed first.
+    static std::optional<AudioPlayerCreation> openNow(const QUrl& url, const QDeadlineTimer& deadline);
     void readEvents();
     bool flag(const char* property) const;
     double number(const char* property) const;

@@ -3,7 +3,6 @@
 #include "playback/NowPlayingPublisher.h"
 #include "playback/PlaybackLog.h"
 
-#include <QFileInfo>
 #include <QRandomGenerator>
 #include <QSettings>
 
@@ -130,14 +129,30 @@ void PlayerEngine::playTrackAt(int index) {
     stopTicker();
     dropPlayer();
 
-    if (track.isMissing || !QFileInfo::exists(track.url.toLocalFile())) {
-        failLoading(index, displayTitle(track) + QStringLiteral(" isn't where the playlist says it is."));
+    if (track.isMissing) {
+        failLoading(index, AudioPlayerCreation{nullptr, QString(), true});
         return;
     }
-    AudioPlayerCreation created = m_factory(track.url);
+    // The song is current while it opens, so that a change of the queue meanwhile follows it or stops it.
+    setCurrentIndex(index);
+    QFuture<AudioPlayerCreation> opening = m_factory(track.url);
+    if (opening.isFinished()) {
+        startOpenedSong(opening.takeResult());
+        return;
+    }
+    m_opening = std::make_unique<QFutureWatcher<AudioPlayerCreation>>();
+    connect(m_opening.get(), &QFutureWatcherBase::finished, this, [this] {
+        QFuture<AudioPlayerCreation> opened = m_opening->future();
+        m_opening.release()->deleteLater(); // it is still emitting
+        startOpenedSong(opened.takeResult());
+    });
+    m_opening->setFuture(opening);
+}
+
+void PlayerEngine::startOpenedSong(AudioPlayerCreation created) {
+    const int index = m_currentIndex;
     if (!created.player) {
-        failLoading(index, QStringLiteral("Can't play ") + displayTitle(track) + QStringLiteral(": ") +
-                               created.error);
+        failLoading(index, created);
         return;
     }
     m_player = std::move(created.player);
@@ -147,7 +162,6 @@ void PlayerEngine::playTrackAt(int index) {
     m_player->setVolume(m_volume);
     m_player->prepareToPlay();
 
-    setCurrentIndex(index);
     const qsizetype position = m_playOrder.indexOf(index);
     if (position >= 0)
         m_orderPosition = int(position);
@@ -162,8 +176,13 @@ void PlayerEngine::playTrackAt(int index) {
     updateNowPlaying();
 }
 
-void PlayerEngine::failLoading(int index, const QString& message) {
-    qCDebug(lcPlayback) << "Could not start" << m_queue.at(index).url << message;
+void PlayerEngine::failLoading(int index, const AudioPlayerCreation& failure) {
+    const Track& track = m_queue.at(index);
+    const QString message =
+        failure.missing
+            ? displayTitle(track) + QStringLiteral(" isn't where the playlist says it is.")
+            : QStringLiteral("Can't play ") + displayTitle(track) + QStringLiteral(": ") + failure.error;
+    qCDebug(lcPlayback) << "Could not start" << track.url << message;
     setPlaybackError(message);
     setCurrentIndex(index);
     setIsPlaying(false);
@@ -194,6 +213,8 @@ void PlayerEngine::playTrack(const QUuid& id) {
 }
 
 void PlayerEngine::play() {
+    if (m_opening)
+        return; // the song starts once it is open
     if (m_currentIndex < 0 && !m_playOrder.isEmpty())
         playTrackAt(m_playOrder.first());
     else if (m_player)
@@ -210,6 +231,7 @@ void PlayerEngine::resume() {
 }
 
 void PlayerEngine::pause() {
+    m_opening.reset(); // a song still opening stays unstarted; play() opens it again
     if (m_player)
         m_player->pause();
     setIsPlaying(false);
@@ -237,6 +259,7 @@ void PlayerEngine::stop() {
 }
 
 void PlayerEngine::dropPlayer() {
+    m_opening.reset(); // what it opens now arrives for nobody
     if (!m_player)
         return;
     m_player->stop();

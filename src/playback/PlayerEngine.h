@@ -3,6 +3,7 @@
 #include "library/Track.h"
 #include "playback/AudioPlayer.h"
 
+#include <QFutureWatcher>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -23,8 +24,9 @@ QString toString(RepeatMode mode);
 std::optional<RepeatMode> repeatModeFromString(const QString& text);
 
 // Plays the one playlist: holds the queue, loads one song at a time through the injected audio player
-// factory, decides what plays next (playlist or shuffled order; repeat off, all or one), turns every way a
-// song can fail into a sentence in `playbackError`, and stops after five failures in a row.
+// factory (off the main thread: the song is current while it opens and starts once it is open), decides what
+// plays next (playlist or shuffled order; repeat off, all or one), turns every way a song can fail into a
+// sentence in `playbackError`, and stops after five failures in a row.
 //
 // Lives on the main thread; every operation is called there and every signal is emitted there. Volume,
 // shuffle and repeat are kept in the injected settings under "player.volume", "player.shuffle" and
@@ -66,15 +68,19 @@ public:
     // Replaces the queue, keeping the loaded song playing when a song with its id is still present;
     // otherwise stops. Always rebuilds the play order.
     void setQueue(const QList<Track>& tracks);
-    // Loads the song at `index` and starts it; on failure tries the next song of the play order.
+    // Loads the song at `index` and starts it once open; on failure tries the next song of the play order.
+    // A song still opening is dropped.
     void playTrackAt(int index);
     // Plays the first song of the queue with this id; nothing when there is none.
     void playTrack(const QUuid& id);
-    // Starts or resumes; with a current song but no player (after a failure) loads that song again.
+    // Starts or resumes; with a current song but no player (after a failure) loads that song again. Nothing
+    // while a song opens.
     void play();
+    // Pauses; a song still opening is dropped (play() opens it again).
     void pause();
     void togglePlayPause();
-    // Drops the player and clears now playing; keeps the current song, the queue and the order.
+    // Drops the player (or the song opening) and clears now playing; keeps the current song, the queue and
+    // the order.
     void stop();
     // Moves `delta` places through the play order. Past the end it wraps when repeating all or when the
     // user asked; otherwise the last song stays loaded, paused at its start.
@@ -117,7 +123,8 @@ private:
     void reshufflePlayOrder();
     QList<int> shuffled(int count);
     void handlePlaybackFailure(int index);
-    void failLoading(int index, const QString& message);
+    void startOpenedSong(AudioPlayerCreation created);
+    void failLoading(int index, const AudioPlayerCreation& failure);
     void trackDidFinish(bool successfully);
     void decodeErrorOccurred(const QString& description);
     void resume();
@@ -148,6 +155,8 @@ private:
     RepeatMode m_repeatMode = RepeatMode::Off;
 
     std::unique_ptr<AudioPlayer> m_player;
+    // The song being opened (it is already current); replacing or resetting it drops the late result.
+    std::unique_ptr<QFutureWatcher<AudioPlayerCreation>> m_opening;
     QTimer m_ticker;
     QList<int> m_playOrder;
     int m_orderPosition = 0;

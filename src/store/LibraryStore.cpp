@@ -48,6 +48,12 @@ std::optional<QByteArray> artworkToWrite(const Track& track, bool embedFolderArt
     return std::nullopt;
 }
 
+// What reading a playlist and loading its songs gave: the songs, or why the file gave none.
+struct OpenedPlaylist {
+    QList<Track> tracks;
+    std::optional<PlaylistError> error;
+};
+
 } // namespace
 
 LibraryStore::LibraryStore(QSettings* settings, AudioPlayerFactory playerFactory,
@@ -60,6 +66,12 @@ LibraryStore::LibraryStore(QSettings* settings, AudioPlayerFactory playerFactory
     m_sessionSaveTimer.setTimerType(Qt::PreciseTimer); // a coarse timer may fire up to 5% early
     m_sessionSaveTimer.setInterval(sessionSaveDelay);
     connect(&m_sessionSaveTimer, &QTimer::timeout, this, &LibraryStore::writeSession);
+    m_sessionWriter.setMaxThreadCount(1); // writes land in the order they were made
+    // A playback message shows in the status line; its clearing at the next start leaves the line alone.
+    connect(m_engine, &PlayerEngine::playbackErrorChanged, this, [this] {
+        if (!m_engine->playbackError().isNull())
+            setStatus(m_engine->playbackError());
+    });
 }
 
 LibraryStore::~LibraryStore() = default;
@@ -187,14 +199,26 @@ QFuture<void> LibraryStore::openPlaylist(const QUrl& url, bool replacing) {
     setImporting(true);
     rememberBookmark(url);
     rememberBookmark(QUrl::fromLocalFile(QFileInfo(url.toLocalFile()).absolutePath()));
-    const PlaylistReadResult read = PlaylistFile::readPlaylist(url);
-    if (read.error) {
-        setErrorMessage(read.error->description());
-        setImporting(false);
-        return QtFuture::makeReadyFuture();
-    }
-    return TrackBatchLoader::loadTracks(TrackBatchLoader::requestsFor(read.entries))
-        .then(this, [this, url, replacing](QList<Track> loaded) {
+    // Only the latest replacing open lands: an older one that finishes later would bring back a playlist
+    // the user has left.
+    const quint64 request = replacing ? ++m_replacingOpens : 0;
+    auto open = [url] {
+        const PlaylistReadResult read = PlaylistFile::readPlaylist(url);
+        if (read.error)
+            return OpenedPlaylist{{}, read.error};
+        return OpenedPlaylist{TrackBatchLoader::loadTracksNow(TrackBatchLoader::requestsFor(read.entries)),
+                              std::nullopt};
+    };
+    return QtConcurrent::run(TrackBatchLoader::importPool(), open)
+        .then(this, [this, url, replacing, request](OpenedPlaylist opened) {
+            if (replacing && request != m_replacingOpens)
+                return;
+            if (opened.error) {
+                setErrorMessage(opened.error->description());
+                setImporting(false);
+                return;
+            }
+            QList<Track> loaded = std::move(opened.tracks);
             const qsizetype count = loaded.size();
             const auto missing =
                 std::count_if(loaded.cbegin(), loaded.cend(), [](const Track& t) { return t.isMissing; });
@@ -398,9 +422,13 @@ void LibraryStore::scheduleSessionSave() {
 }
 
 void LibraryStore::writeSession() {
-    SessionFile::write(m_sessionCopy);
-    m_bookmarks.save();
-    emit sessionSaved();
+    // The write waits on the disk (it ends with an fsync): off the main thread, the bookmarks after it.
+    QtConcurrent::run(&m_sessionWriter, [tracks = m_sessionCopy] {
+        SessionFile::write(tracks);
+    }).then(this, [this] {
+        m_bookmarks.save();
+        emit sessionSaved();
+    });
 }
 
 QFuture<void> LibraryStore::restoreSession() {

@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QSet>
 #include <QString>
+#include <QThreadPool>
 #include <QTimer>
 #include <QUrl>
 #include <QUuid>
@@ -34,7 +35,8 @@ using SaveDestinationChooser = std::function<std::optional<QUrl>(const QString& 
 //
 // Asynchronous operations return a QFuture<void> that finishes on the main thread once the operation's
 // list change (or its failure) is done; the list is never locked meanwhile, so edits made while an import
-// loads are kept.
+// loads are kept. File work (reading playlists, loading songs, writing the session) runs off the main thread.
+// Playback messages of the engine become the status.
 class LibraryStore : public QObject {
     Q_OBJECT
     Q_PROPERTY(QList<Track> tracks READ tracks NOTIFY tracksChanged)
@@ -80,7 +82,8 @@ public:
     // Opens the playlist replacing the list, or raises pendingOpenURL when unsaved changes would be lost.
     void requestOpenPlaylist(const QUrl& url);
     void confirmPendingOpen();
-    // Replaces the list with the playlist's songs, or appends them.
+    // Replaces the list with the playlist's songs, or appends them. A replacing open lands nothing once a
+    // later replacing open has begun.
     QFuture<void> openPlaylist(const QUrl& url, bool replacing);
     // Closes the playlist, or raises pendingClearConfirmation when it has unsaved changes.
     void requestClear();
@@ -156,4 +159,7 @@ private:
     QString m_errorMessage;
     bool m_pendingClearConfirmation = false;
     QUrl m_pendingOpenURL;
+    quint64 m_replacingOpens = 0; // replacing opens started; only the latest one's songs land
+    // Session writes, one at a time; destroyed first, so the store waits for a write under way.
+    QThreadPool m_sessionWriter;
 };

@@ -38,7 +38,7 @@ private:
     QList<QVariantMap> m_changes; // what a second client of the bus hears: the Player's changed properties,
     QList<qlonglong> m_seeks;     // and the positions of Seeked, in microseconds
 
-    // A song on disk (the fake back end does not read it, but the engine checks that it exists).
+    // A song on disk (the fake back end does not read it, but checks that it exists).
     Track song(const QString& fileName, const QString& title, const QString& artist = "John Coltrane",
                const QString& album = "Blue Train", const QByteArray& folderImage = {}) {
         Track track = fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
@@ -289,7 +289,7 @@ private slots:
         startEngine(MpvAudioPlayer::factory());
         m_engine->setQueue({tone});
         m_engine->play();
-        QVERIFY(m_engine->isPlaying());
+        QTRY_VERIFY_WITH_TIMEOUT(m_engine->isPlaying(), 5000); // once mpv has opened it
 
         const QString shown = playerctl({"metadata"});
         for (const char* field : {"A Long Tone", "The Oscillators", "Sine Waves"})

@@ -220,6 +220,40 @@ private slots:
         QCOMPARE(state(), "0 playing at 0 s");
     }
 
+    // A song is current while it opens, and a change of the queue follows it; an opening superseded by
+    // another song, a pause or the song's removal starts nothing when its answer comes.
+    void opening() {
+        m_backend.deferred = true;
+        QList<Track> tracks = makeQueue("oooo");
+        engine().setQueue(tracks);
+        engine().playTrackAt(0);
+        engine().playTrackAt(1);
+        m_backend.answer(1);
+        QTRY_COMPARE(state(), "1 playing at 0 s");
+        m_backend.answer(0);
+        QCoreApplication::processEvents();
+        QVERIFY(!m_backend.current); // taken by nobody
+
+        engine().playTrackAt(2);
+        engine().pause();
+        m_backend.answer();
+        QCoreApplication::processEvents();
+        QCOMPARE(state(), "2 not playing, no player");
+        engine().play();
+        engine().play();
+        QCOMPARE(m_backend.waiting.size(), 1u);
+        tracks.move(2, 0);
+        engine().setQueue(tracks);
+        m_backend.answer();
+        QTRY_COMPARE(state(), "0 playing at 0 s");
+
+        engine().playTrackAt(3);
+        engine().setQueue(tracks.mid(0, 3));
+        m_backend.answer();
+        QCoreApplication::processEvents();
+        QCOMPARE(state(), "-1 not playing, no player");
+    }
+
     void setQueueFollowsTheCurrentSong() {
         QList<Track> tracks = makeQueue("oooooo");
         engine().setQueue(tracks);

@@ -191,6 +191,27 @@ private slots:
         QCOMPARE(titles(store().tracks()), "y x c a d");
     }
 
+    // Of two replacing opens, the later one's songs land even when the earlier one finishes last.
+    void aLaterOpenSupersedesAnEarlierOne() {
+        m_music->addSong("a.mp3");
+        m_music->addFile("long.m3u", QByteArray("a.mp3\n").repeated(400));
+        m_music->addFile("short.m3u", "a.mp3\n");
+        QFuture<void> earlier = store().openPlaylist(url("long.m3u"), true);
+        QVERIFY(await(store().openPlaylist(url("short.m3u"), true)) && await(earlier));
+        QCOMPARE(store().tracks().size(), 1);
+        QCOMPARE(store().playlistURL(), url("short.m3u"));
+    }
+
+    // A playback message becomes the status; the next start clears the message but not the status.
+    void showsPlaybackMessages() {
+        store().setTracks(
+            {song("Lost", url("gone.mp3")), song("a", QUrl::fromLocalFile(m_music->addSong("a.mp3")))});
+        store().engine()->play();
+        QTRY_VERIFY(store().engine()->isPlaying());
+        QVERIFY(store().engine()->playbackError().isNull());
+        QCOMPARE(store().status(), "Lost isn't where the playlist says it is.");
+    }
+
     // Save and Save As; Open and Close ask first only when unsaved songs would be lost.
     void savesAndConfirms() {
         for (const auto save : {&LibraryStore::save, &LibraryStore::saveAs}) {

@@ -28,8 +28,9 @@ Track songAt(const QString& path, const QString& title = {}, double duration = 0
 }
 
 // The engine never plays here; a player that cannot open anything is enough.
-AudioPlayerCreation noPlayer(const QUrl&) {
-    return {nullptr, QStringLiteral("No audio output in this test.")};
+QFuture<AudioPlayerCreation> noPlayer(const QUrl&) {
+    return QtFuture::makeReadyFuture(
+        AudioPlayerCreation{nullptr, QStringLiteral("No audio output in this test.")});
 }
 
 } // namespace

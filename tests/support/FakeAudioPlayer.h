@@ -6,7 +6,9 @@
 #include <QFile>
 #include <QHash>
 #include <QPointer>
+#include <QPromise>
 
+#include <deque>
 #include <memory>
 
 // A scripted audio player for testing the engine's rules and what it publishes, without decoding.
@@ -47,22 +49,49 @@ public:
     float m_volume = -1;
 };
 
-// Opens every file unless told that it is unreadable, and remembers what it opened.
+// Opens every file that exists unless told that it is unreadable, and remembers what it opened. Answers at
+// once, or, when `deferred`, when the test calls answer().
 struct FakeAudioBackend {
     QHash<QString, QString> unreadable; // local path -> error sentence
     int opened = 0;
     QPointer<FakeAudioPlayer> current; // the player last created
     double duration = 100;             // seconds, for every file
+    bool deferred = false;
+    std::deque<std::pair<QString, QPromise<AudioPlayerCreation>>> waiting; // deferred openings, oldest first
 
     AudioPlayerFactory factory() {
         return [this](const QUrl& url) {
             ++opened;
-            if (unreadable.contains(url.toLocalFile()))
-                return AudioPlayerCreation{nullptr, unreadable.value(url.toLocalFile())};
-            auto player = std::make_unique<FakeAudioPlayer>(duration);
-            current = player.get();
-            return AudioPlayerCreation{std::move(player), QString()};
+            QPromise<AudioPlayerCreation> promise;
+            QFuture<AudioPlayerCreation> future = promise.future();
+            promise.start();
+            if (deferred)
+                waiting.emplace_back(url.toLocalFile(), std::move(promise));
+            else
+                fulfil(url.toLocalFile(), promise);
+            return future;
         };
+    }
+
+    // Answers the deferred opening `age` places after the oldest.
+    void answer(std::size_t age = 0) {
+        auto [path, promise] = std::move(waiting.at(age));
+        waiting.erase(waiting.begin() + qsizetype(age));
+        fulfil(path, promise);
+    }
+
+    void fulfil(const QString& path, QPromise<AudioPlayerCreation>& promise) {
+        AudioPlayerCreation created;
+        if (!QFile::exists(path)) {
+            created.missing = true;
+        } else if (unreadable.contains(path)) {
+            created.error = unreadable.value(path);
+        } else {
+            created.player = std::make_unique<FakeAudioPlayer>(duration);
+            current = static_cast<FakeAudioPlayer*>(created.player.get());
+        }
+        promise.addResult(std::move(created));
+        promise.finish();
     }
 };
 

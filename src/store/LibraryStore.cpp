@@ -5,12 +5,14 @@
 #include "library/PlayableFiles.h"
 #include "library/PlaylistFile.h"
 #include "library/SessionFile.h"
+#include "library/TrackArtwork.h"
 #include "library/TrackBatchLoader.h"
 #include "playback/PlayerEngine.h"
 #include "tags/ID3TagWriter.h"
 
 #include <QFile>
 #include <QFileInfo>
+#include <QThreadPool>
 #include <QtConcurrent>
 
 #include <algorithm>
@@ -37,11 +39,22 @@ std::optional<QByteArray> artworkToWrite(const Track& track, bool embedFolderArt
         return image.readAll();
     }
     case ArtworkSource::Kind::Embedded:
-        return track.artwork;
+        return loadArtwork(track);
     case ArtworkSource::Kind::None:
         break;
     }
     return std::nullopt;
+}
+
+// Tag saves rewrite whole files. One thread of their own writes them in the order asked, so two saves of
+// one file never interleave and a save never waits behind an import.
+QThreadPool* tagWritePool() {
+    static QThreadPool* const pool = [] {
+        auto* created = new QThreadPool;
+        created->setMaxThreadCount(1);
+        return created;
+    }();
+    return pool;
 }
 
 } // namespace
@@ -335,33 +348,54 @@ void LibraryStore::revealInFileBrowser(const QSet<QUuid>& ids) {
     FileBrowser::showItems(files);
 }
 
-std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetadata& metadata,
-                                              bool embedFolderArtwork) {
+QFuture<std::optional<QString>> LibraryStore::saveTags(const QUuid& id, const MusicMetadata& metadata,
+                                                       bool embedFolderArtwork) {
     const qsizetype index = indexOf(id);
     if (index < 0)
-        return QStringLiteral("That track is no longer in the playlist.");
-    Track track = m_tracks[index];
+        return QtFuture::makeReadyFuture(
+            std::optional<QString>(QStringLiteral("That track is no longer in the playlist.")));
+    const Track track = m_tracks[index];
     if (track.isMissing)
-        return QStringLiteral("The file is missing, so its tags can't be written.");
-    const std::optional<QByteArray> artwork = artworkToWrite(track, embedFolderArtwork);
-    if (const auto error = ID3TagWriter::write(metadata, artwork, track.url))
-        return error->description();
+        return QtFuture::makeReadyFuture(
+            std::optional<QString>(QStringLiteral("The file is missing, so its tags can't be written.")));
 
-    track.title = metadata.title;
-    track.artist = metadata.artist;
-    track.album = metadata.album;
-    track.albumArtist = metadata.albumArtist;
-    track.trackNumber = metadata.trackNumber;
-    track.year = metadata.year;
-    track.genre = metadata.genre;
-    track.comment = metadata.comment;
-    if (embedFolderArtwork && artwork)
-        track.artworkSource = ArtworkSource::embedded();
-    QList<Track> tracks = m_tracks;
-    tracks[index] = track;
-    changeTracks(std::move(tracks));
-    setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
-    return std::nullopt;
+    struct Written {
+        std::optional<ID3TagWriter::WriteError> error;
+        bool artwork = false;
+    };
+    // The writer reads and rewrites the whole file, which a long song or a slow disk makes slow.
+    return QtConcurrent::run(
+               tagWritePool(),
+               [track, metadata, embedFolderArtwork] {
+                   const std::optional<QByteArray> artwork = artworkToWrite(track, embedFolderArtwork);
+                   return Written{ID3TagWriter::write(metadata, artwork, track.url), artwork.has_value()};
+               })
+        .then(this,
+              [this, id, metadata, embedFolderArtwork,
+               fileName = track.url.fileName()](const Written& written) -> std::optional<QString> {
+                  if (written.error)
+                      return written.error->description();
+                  // The list was not locked while the file was written: the track may have moved or gone
+                  // since.
+                  if (const qsizetype at = indexOf(id); at >= 0) {
+                      Track saved = m_tracks[at];
+                      saved.title = metadata.title;
+                      saved.artist = metadata.artist;
+                      saved.album = metadata.album;
+                      saved.albumArtist = metadata.albumArtist;
+                      saved.trackNumber = metadata.trackNumber;
+                      saved.year = metadata.year;
+                      saved.genre = metadata.genre;
+                      saved.comment = metadata.comment;
+                      if (embedFolderArtwork && written.artwork)
+                          saved.artworkSource = ArtworkSource::embedded();
+                      QList<Track> tracks = m_tracks;
+                      tracks[at] = saved;
+                      changeTracks(std::move(tracks));
+                  }
+                  setStatus(QStringLiteral("Saved tags to %1.").arg(fileName));
+                  return std::nullopt;
+              });
 }
 
 // Session persistence.

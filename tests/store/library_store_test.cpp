@@ -301,7 +301,9 @@ private slots:
         store().setTracks(situation == "removed" ? QList<Track>() : QList<Track>{track});
         const QList<Track> before = store().tracks();
         const MusicMetadata metadata{"Título", "Artist", "Album", "", "3/12", "1999", "Rock", "note"};
-        QCOMPARE(store().saveTags(track.id, metadata, embed).value_or(QString()), error);
+        const QFuture<std::optional<QString>> saving = store().saveTags(track.id, metadata, embed);
+        QVERIFY(await(saving));
+        QCOMPARE(saving.result().value_or(QString()), error);
         QVERIFY(!store().hasUnsavedChanges());
         if (!error.isNull()) {
             QCOMPARE(store().tracks(), before);
@@ -321,6 +323,18 @@ private slots:
                            "p=t.getall('APIC'); print(t['TIT2'].text[0], p[0].data.hex() if p else '')",
                            m_music->filePath("a.mp3")});
         QCOMPARE(QString::fromUtf8(read.out), "Título " + written.toHex() + "\n");
+    }
+
+    // The list is not locked while the file is written: the saved values reach the track where it now is.
+    void savesTagsIntoATrackThatMovedMeanwhile() {
+        const QList<Track> tracks = addSongs({"a.mp3", "b.mp3"});
+        const QFuture<std::optional<QString>> saving =
+            store().saveTags(tracks[1].id, {"New", "", "", "", "", "", "", ""}, false);
+        store().setTracks({tracks[1], tracks[0]});
+        QVERIFY(await(saving));
+        QCOMPARE(saving.result(), std::nullopt);
+        QCOMPARE(store().tracks()[0].title, "New");
+        QCOMPARE(store().tracks()[1], tracks[0]);
     }
 
     void revealsFilesInTheFileManager() {

@@ -104,7 +104,7 @@ InspectorFieldRow::InspectorFieldRow(const MetadataField& field, InspectorModel&
     m_suggestion->setWordWrap(true);
     TextStyles::apply(m_suggestion, Font::Callout, Tone::Secondary);
     auto* globe = new QLabel(m_suggestionLine);
-    globe->setPixmap(TextStyles::symbol(QStringLiteral("network-workgroup"), 11,
+    globe->setPixmap(TextStyles::symbol(QStringLiteral("web-browser"), 11,
                                         TextStyles::colour(this, Tone::Secondary), devicePixelRatioF()));
     auto* use = new QPushButton(QStringLiteral("Use"), m_suggestionLine);
     use->setObjectName(QStringLiteral("use"));
@@ -116,8 +116,9 @@ InspectorFieldRow::InspectorFieldRow(const MetadataField& field, InspectorModel&
     TextStyles::apply(use, Font::Callout, Tone::Primary);
     connect(use, &QPushButton::clicked, this, [this] { m_model.useSuggestion(m_field); });
     suggestionLine->addWidget(globe);
-    suggestionLine->addWidget(m_suggestion, 1);
+    suggestionLine->addWidget(m_suggestion);
     suggestionLine->addWidget(use);
+    suggestionLine->addStretch();
     column->addWidget(m_suggestionLine);
 
     connect(&model, &InspectorModel::draftChanged, this, &InspectorFieldRow::refresh);

@@ -47,7 +47,7 @@ InspectorLookupRow::InspectorLookupRow(InspectorModel& model, QWidget* parent)
     m_useAll->setObjectName(QStringLiteral("useAll"));
     m_useAll->setAutoDefault(false);
     connect(m_useAll, &QPushButton::clicked, this, &InspectorLookupRow::confirmUseAll);
-    row->addWidget(m_symbol, 0, Qt::AlignTop);
+    row->addWidget(m_symbol);
     row->addWidget(m_busy);
     row->addWidget(m_text, 1);
     row->addWidget(m_badge);
@@ -70,7 +70,7 @@ void InspectorLookupRow::refresh() {
         text = QStringLiteral("Checking online music services…");
         break;
     case Kind::Found:
-        symbol = QStringLiteral("network-workgroup");
+        symbol = QStringLiteral("web-browser");
         text = lookupSummary(*lookup.remote, differing);
         break;
     case Kind::Failed:

@@ -56,7 +56,10 @@ void apply(QWidget* widget, Font font, Tone tone) {
 }
 
 QPixmap symbol(const QString& name, int size, const QColor& colour, qreal devicePixelRatio) {
-    QPixmap pixmap = Icons::named(name).pixmap(QSize(size, size), devicePixelRatio);
+    // A theme's "-symbolic" drawing is the one-colour outline made for this; full-colour icons would
+    // flatten into a blot.
+    const QIcon icon = QIcon::fromTheme(name + QStringLiteral("-symbolic"), Icons::named(name));
+    QPixmap pixmap = icon.pixmap(QSize(size, size), devicePixelRatio);
     if (pixmap.isNull())
         return pixmap;
     // Symbols are drawn in one colour: keep the icon's shape and paint it over.

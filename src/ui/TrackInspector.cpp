@@ -89,6 +89,7 @@ QWidget* TrackInspector::makeFooter() {
     m_note->setObjectName(QStringLiteral("footerNote"));
     m_note->setWordWrap(true);
     m_saving = new QProgressBar(footer);
+    m_saving->setObjectName(QStringLiteral("saving"));
     m_saving->setRange(0, 0);
     m_saving->setTextVisible(false);
     m_saving->setFixedSize(48, 8);

@@ -45,10 +45,7 @@ private:
 // The orange dot that marks a field the service has another value for.
 QLabel* suggestionDot(QWidget* parent) {
     constexpr int size = 5;
-    const qreal ratio = parent->devicePixelRatioF();
-    QPixmap pixmap(QSize(size, size) * ratio);
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
+    QPixmap pixmap = TextStyles::canvas(parent, size);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);

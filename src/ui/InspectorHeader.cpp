@@ -57,10 +57,7 @@ QImage decodeCover(const Track& track, int devicePixels) {
 
 // The cover with rounded corners, or the faint placeholder with a note when `image` is null.
 QPixmap roundedCover(const QImage& image, const QWidget* widget) {
-    const qreal ratio = widget->devicePixelRatioF();
-    QPixmap pixmap(QSize(coverSize, coverSize) * ratio);
-    pixmap.setDevicePixelRatio(ratio);
-    pixmap.fill(Qt::transparent);
+    QPixmap pixmap = TextStyles::canvas(widget, coverSize);
     QPainter painter(&pixmap);
     painter.setRenderHint(QPainter::Antialiasing);
     QPainterPath clip;
@@ -74,7 +71,8 @@ QPixmap roundedCover(const QImage& image, const QWidget* widget) {
     constexpr int note = 28;
     painter.drawPixmap((coverSize - note) / 2, (coverSize - note) / 2,
                        TextStyles::symbol(QStringLiteral("audio-x-generic"), note,
-                                          TextStyles::colour(widget, Tone::Secondary), ratio));
+                                          TextStyles::colour(widget, Tone::Secondary),
+                                          widget->devicePixelRatioF()));
     return pixmap;
 }
 

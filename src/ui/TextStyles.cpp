@@ -69,4 +69,12 @@ QPixmap symbol(const QString& name, int size, const QColor& colour, qreal device
     return pixmap;
 }
 
+QPixmap canvas(const QWidget* widget, int size) {
+    const qreal ratio = widget->devicePixelRatioF();
+    QPixmap pixmap(QSize(size, size) * ratio);
+    pixmap.setDevicePixelRatio(ratio);
+    pixmap.fill(Qt::transparent);
+    return pixmap;
+}
+
 } // namespace TextStyles

@@ -33,4 +33,7 @@ void apply(QWidget* widget, Font font, Tone tone = Tone::Primary);
 // The freedesktop icon `name` at `size` device-independent pixels, recoloured to `colour`.
 QPixmap symbol(const QString& name, int size, const QColor& colour, qreal devicePixelRatio);
 
+// A transparent square of `size` device-independent pixels at `widget`'s resolution, to paint on.
+QPixmap canvas(const QWidget* widget, int size);
+
 } // namespace TextStyles

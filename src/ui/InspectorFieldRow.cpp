@@ -106,6 +106,7 @@ InspectorFieldRow::InspectorFieldRow(const MetadataField& field, InspectorModel&
     auto* use = new QPushButton(QStringLiteral("Use"), m_suggestionLine);
     use->setObjectName(QStringLiteral("use"));
     use->setFlat(true);
+    use->setAccessibleName(QStringLiteral("Use the online %1").arg(field.label));
     use->setCursor(Qt::PointingHandCursor);
     QPalette link = use->palette();
     link.setColor(QPalette::ButtonText, link.color(QPalette::Link));

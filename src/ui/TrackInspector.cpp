@@ -33,6 +33,7 @@ TrackInspector::TrackInspector(const Track& track, LibraryStore& store, Metadata
     : QDialog(parent)
     , m_model(new InspectorModel(track, store, service, this)) {
     setWindowTitle(displayTitle(track));
+    setWindowModality(Qt::WindowModal);
     setFixedSize(580, 660);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -45,7 +46,11 @@ TrackInspector::TrackInspector(const Track& track, LibraryStore& store, Metadata
 
     connect(m_model, &InspectorModel::draftChanged, this, &TrackInspector::refreshFooter);
     connect(m_model, &InspectorModel::savingChanged, this, &TrackInspector::refreshFooter);
-    connect(m_model, &InspectorModel::saved, this, &QDialog::accept);
+    // A save that ends after Cancel has already closed the dialog closes nothing.
+    connect(m_model, &InspectorModel::saved, this, [this] {
+        if (isVisible())
+            accept();
+    });
     refreshFooter();
     m_model->start();
 }

@@ -14,10 +14,9 @@ Track trackAt(const QString& path, bool missing = false, ArtworkSource source = 
     return track;
 }
 
-RemoteMetadata fromMusicBrainz(int confidence = 0) {
+RemoteMetadata fromMusicBrainz() {
     RemoteMetadata remote;
     remote.sourceName = "MusicBrainz";
-    remote.confidence = confidence;
     return remote;
 }
 
@@ -32,7 +31,8 @@ private slots:
         QTest::addColumn<FileFacts>("facts");
         QTest::addColumn<QString>("line");
         QTest::addRow("mp3") << FileFacts{"MP3", 7'300'000, 245} << "MP3 · 7.3 MB · 4:05 · ≈238 kbps";
-        QTest::addRow("rate truncated") << FileFacts{"MP3", 1'000, 0.0159} << "MP3 · 1.0 kB · 0:00 · ≈503 kbps";
+        QTest::addRow("rate truncated")
+            << FileFacts{"MP3", 1'000, 0.0159} << "MP3 · 1.0 kB · 0:00 · ≈503 kbps";
         QTest::addRow("unknown duration") << FileFacts{"MP3", 7'300'000, 0} << "MP3 · 7.3 MB";
         QTest::addRow("rate below 1 kbps") << FileFacts{"FLAC", 100, 60} << "FLAC · 100 bytes · 1:00";
         QTest::addRow("no extension, unreadable") << FileFacts{"", 0, 0} << " · 0 bytes";
@@ -52,80 +52,72 @@ private slots:
         QCOMPARE(loadFileFacts(trackAt(music.filePath("gone"))), (FileFacts{"", 0, 0}));
     }
 
-    // Save needs an MP3 on disk, no save running, and an edit or the folder image to embed.
+    // Save needs an MP3 on disk, no save running, and an edit or the folder image to embed; the embed box
+    // shows only for a folder image of an MP3 on disk.
     void canSave_data() {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<bool>("missing");
+        QTest::addColumn<Track>("track");
         QTest::addColumn<bool>("edited");
         QTest::addColumn<bool>("embed");
         QTest::addColumn<bool>("saving");
         QTest::addColumn<bool>("expected");
-        QTest::addRow("edited mp3") << "/m/a.mp3" << false << true << false << false << true;
-        QTest::addRow("upper-case extension") << "/m/a.MP3" << false << true << false << false << true;
-        QTest::addRow("only the embed box") << "/m/a.mp3" << false << false << true << false << true;
-        QTest::addRow("nothing to write") << "/m/a.mp3" << false << false << false << false << false;
-        QTest::addRow("missing file") << "/m/a.mp3" << true << true << true << false << false;
-        QTest::addRow("m4a") << "/m/a.m4a" << false << true << true << false << false;
-        QTest::addRow("no extension") << "/m/mp3" << false << true << true << false << false;
-        QTest::addRow("save running") << "/m/a.mp3" << false << true << false << true << false;
+        QTest::addColumn<bool>("offersEmbedding");
+        const ArtworkSource folder = ArtworkSource::folder(QUrl::fromLocalFile("/m/cover.jpg"));
+        const Track mp3 = trackAt("/m/a.mp3", false, folder);
+        QTest::addRow("edited mp3") << mp3 << true << false << false << true << true;
+        QTest::addRow("upper-case extension")
+            << trackAt("/m/a.MP3", false, folder) << true << false << false << true << true;
+        QTest::addRow("only the embed box") << mp3 << false << true << false << true << true;
+        QTest::addRow("nothing to write") << trackAt("/m/a.mp3") << false << false << false << false << false;
+        QTest::addRow("embedded art") << trackAt("/m/a.mp3", false, ArtworkSource::embedded()) << true
+                                      << false << false << true << false;
+        QTest::addRow("missing file")
+            << trackAt("/m/a.mp3", true, folder) << true << true << false << false << false;
+        QTest::addRow("m4a") << trackAt("/m/a.m4a", false, folder) << true << true << false << false << false;
+        QTest::addRow("no extension")
+            << trackAt("/m/mp3", false, folder) << true << true << false << false << false;
+        QTest::addRow("save running") << mp3 << true << false << true << false << true;
     }
     void canSave() {
-        QFETCH(QString, path);
-        QFETCH(bool, missing);
+        QFETCH(Track, track);
         QFETCH(bool, edited);
         QFETCH(bool, embed);
         QFETCH(bool, saving);
         QFETCH(bool, expected);
-        QCOMPARE(::canSave(trackAt(path, missing), edited, embed, saving), expected);
-    }
-
-    void offersArtworkEmbedding_data() {
-        QTest::addColumn<Track>("track");
-        QTest::addColumn<bool>("offered");
-        const ArtworkSource folder = ArtworkSource::folder(QUrl::fromLocalFile("/m/cover.jpg"));
-        QTest::addRow("folder image, mp3") << trackAt("/m/a.mp3", false, folder) << true;
-        QTest::addRow("embedded") << trackAt("/m/a.mp3", false, ArtworkSource::embedded()) << false;
-        QTest::addRow("none") << trackAt("/m/a.mp3") << false;
-        QTest::addRow("m4a") << trackAt("/m/a.m4a", false, folder) << false;
-        QTest::addRow("missing") << trackAt("/m/a.mp3", true, folder) << false;
-    }
-    void offersArtworkEmbedding() {
-        QFETCH(Track, track);
-        QFETCH(bool, offered);
-        QCOMPARE(::offersArtworkEmbedding(track), offered);
+        QFETCH(bool, offersEmbedding);
+        QCOMPARE(::canSave(track, edited, embed, saving), expected);
+        QCOMPARE(offersArtworkEmbedding(track), offersEmbedding);
     }
 
     // The first case that applies wins.
     void footerNote_data() {
         QTest::addColumn<Track>("track");
         QTest::addColumn<QString>("saveError");
+        QTest::addColumn<bool>("edited");
         QTest::addColumn<FooterNote>("note");
         using Kind = FooterNote::Kind;
         QTest::addRow("missing before not mp3")
-            << trackAt("/m/a.m4a", true) << "boom"
+            << trackAt("/m/a.m4a", true) << "boom" << true
             << FooterNote{Kind::Info, "File is missing — nothing can be saved."};
         QTest::addRow("not mp3 before the error")
-            << trackAt("/m/a.M4A") << "boom"
+            << trackAt("/m/a.M4A") << "boom" << true
             << FooterNote{Kind::Info, "Saving supports MP3 files only. This is a .m4a file."};
         QTest::addRow("no extension")
-            << trackAt("/m/song") << QString()
+            << trackAt("/m/song") << QString() << false
             << FooterNote{Kind::Info, "Saving supports MP3 files only. This is a . file."};
         QTest::addRow("error before edits")
-            << trackAt("/m/a.mp3") << "boom" << FooterNote{Kind::Warning, "boom"};
-        QTest::addRow("edits") << trackAt("/m/a.mp3") << QString()
+            << trackAt("/m/a.mp3") << "boom" << true << FooterNote{Kind::Warning, "boom"};
+        QTest::addRow("edits") << trackAt("/m/a.mp3") << QString() << true
                                << FooterNote{Kind::Plain,
                                              "Changes are written into the file's ID3 tags when you save."};
+        QTest::addRow("nothing to say") << trackAt("/m/a.mp3") << QString() << false << FooterNote{};
     }
     void footerNote() {
         QFETCH(Track, track);
         QFETCH(QString, saveError);
+        QFETCH(bool, edited);
         QFETCH(FooterNote, note);
-        QCOMPARE(::footerNote(track, saveError.isNull() ? std::nullopt : std::optional(saveError), true),
+        QCOMPARE(::footerNote(track, saveError.isNull() ? std::nullopt : std::optional(saveError), edited),
                  note);
-    }
-
-    void saysNothingWithoutEdits() {
-        QCOMPARE(::footerNote(trackAt("/m/a.mp3"), std::nullopt, false), FooterNote{});
     }
 
     void lookupTexts_data() {
@@ -152,12 +144,6 @@ private slots:
             QCOMPARE(useAllTitle(fromMusicBrainz(), differing), title);
             QCOMPARE(useAllButtonText(differing), button);
         }
-    }
-
-    void confidenceBadge() {
-        QCOMPARE(::confidenceBadge(0), std::nullopt);
-        QCOMPARE(::confidenceBadge(1), "1% match");
-        QCOMPARE(::confidenceBadge(87), "87% match");
     }
 };
 

@@ -371,31 +371,34 @@ QFuture<std::optional<QString>> LibraryStore::saveTags(const QUuid& id, const Mu
                    return Written{ID3TagWriter::write(metadata, artwork, track.url), artwork.has_value()};
                })
         .then(this,
-              [this, id, metadata, embedFolderArtwork,
-               fileName = track.url.fileName()](const Written& written) -> std::optional<QString> {
+              [this, id, metadata, embedFolderArtwork](const Written& written) -> std::optional<QString> {
                   if (written.error)
                       return written.error->description();
-                  // The list was not locked while the file was written: the track may have moved or gone
-                  // since.
-                  if (const qsizetype at = indexOf(id); at >= 0) {
-                      Track saved = m_tracks[at];
-                      saved.title = metadata.title;
-                      saved.artist = metadata.artist;
-                      saved.album = metadata.album;
-                      saved.albumArtist = metadata.albumArtist;
-                      saved.trackNumber = metadata.trackNumber;
-                      saved.year = metadata.year;
-                      saved.genre = metadata.genre;
-                      saved.comment = metadata.comment;
-                      if (embedFolderArtwork && written.artwork)
-                          saved.artworkSource = ArtworkSource::embedded();
-                      QList<Track> tracks = m_tracks;
-                      tracks[at] = saved;
-                      changeTracks(std::move(tracks));
-                  }
-                  setStatus(QStringLiteral("Saved tags to %1.").arg(fileName));
+                  applySavedTags(id, metadata, embedFolderArtwork && written.artwork);
                   return std::nullopt;
               });
+}
+
+void LibraryStore::applySavedTags(const QUuid& id, const MusicMetadata& metadata, bool artworkEmbedded) {
+    // The list was not locked while the file was written: the track may have moved, or gone, since.
+    const qsizetype index = indexOf(id);
+    if (index < 0)
+        return;
+    Track track = m_tracks[index];
+    track.title = metadata.title;
+    track.artist = metadata.artist;
+    track.album = metadata.album;
+    track.albumArtist = metadata.albumArtist;
+    track.trackNumber = metadata.trackNumber;
+    track.year = metadata.year;
+    track.genre = metadata.genre;
+    track.comment = metadata.comment;
+    if (artworkEmbedded)
+        track.artworkSource = ArtworkSource::embedded();
+    QList<Track> tracks = m_tracks;
+    tracks[index] = track;
+    changeTracks(std::move(tracks));
+    setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
 }
 
 // Session persistence.

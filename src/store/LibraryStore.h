@@ -137,6 +137,8 @@ private:
     void setImporting(bool value);
     void setStatus(const QString& status);
     void writePlaylistTo(const QUrl& url);
+    // Updates the saved track in memory, wherever it now stands, after its file was written.
+    void applySavedTags(const QUuid& id, const MusicMetadata& metadata, bool artworkEmbedded);
     void writeSession();
     qsizetype indexOf(const QUuid& id) const;
 

@@ -3,6 +3,7 @@
 #include "library/TrackArtwork.h"
 #include "ui/InspectorModel.h"
 #include "ui/TextStyles.h"
+#include "ui/WhenReady.h"
 
 #include <QCheckBox>
 #include <QHBoxLayout>
@@ -140,8 +141,9 @@ InspectorHeader::InspectorHeader(InspectorModel& model, QWidget* parent)
 
 void InspectorHeader::loadCover() {
     const int devicePixels = qCeil(coverSize * devicePixelRatioF());
-    QtConcurrent::run(decodeCover, m_model.track(), devicePixels).then(this, [this](const QImage& image) {
-        if (!image.isNull())
-            m_cover->setPixmap(roundedCover(image, this));
-    });
+    whenReady(this, QtConcurrent::run(decodeCover, m_model.track(), devicePixels),
+              [this](const QImage& image) {
+                  if (!image.isNull())
+                      m_cover->setPixmap(roundedCover(image, this));
+              });
 }

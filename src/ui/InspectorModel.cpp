@@ -3,6 +3,7 @@
 #include "library/TrackMetadata.h"
 #include "store/LibraryStore.h"
 #include "tags/TextRules.h"
+#include "ui/WhenReady.h"
 
 #include <QtConcurrent>
 
@@ -20,7 +21,7 @@ InspectorModel::~InspectorModel() {
 }
 
 void InspectorModel::start() {
-    QtConcurrent::run(loadFileFacts, m_track).then(this, [this](const FileFacts& facts) {
+    whenReady(this, QtConcurrent::run(loadFileFacts, m_track), [this](const FileFacts& facts) {
         m_facts = facts;
         emit factsChanged();
     });
@@ -31,7 +32,7 @@ void InspectorModel::start() {
     setLookup({Lookup::Kind::Loading, {}, {}});
     // The query is what the file says, so edits made while the lookup runs do not change it.
     m_request = m_service.lookup(m_original.title, m_original.artist, m_original.album);
-    m_request.then(this, [this](const LookupResult& result) {
+    whenReady(this, m_request, [this](const LookupResult& result) {
         switch (result.kind) {
         case LookupResult::Kind::Found:
             return setLookup({Lookup::Kind::Found, result.metadata, {}});
@@ -109,12 +110,12 @@ void InspectorModel::save() {
     m_isSaving = true;
     m_saveError.reset();
     emit savingChanged();
-    m_store.saveTags(m_track.id, m_draft, m_embedFolderArtwork)
-        .then(this, [this](const std::optional<QString>& error) {
-            m_isSaving = false;
-            m_saveError = error;
-            emit savingChanged();
-            if (!error)
-                emit saved();
-        });
+    whenReady(this, m_store.saveTags(m_track.id, m_draft, m_embedFolderArtwork),
+              [this](const std::optional<QString>& error) {
+                  m_isSaving = false;
+                  m_saveError = error;
+                  emit savingChanged();
+                  if (!error)
+                      emit saved();
+              });
 }

@@ -8,7 +8,7 @@
 #include <QLineEdit>
 #include <QPainter>
 #include <QPlainTextEdit>
-#include <QPushButton>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 using TextStyles::Font;
@@ -103,16 +103,17 @@ InspectorFieldRow::InspectorFieldRow(const MetadataField& field, InspectorModel&
     auto* globe = new QLabel(m_suggestionLine);
     globe->setPixmap(TextStyles::symbol(QStringLiteral("web-browser"), 11,
                                         TextStyles::colour(this, Tone::Secondary), devicePixelRatioF()));
-    auto* use = new QPushButton(QStringLiteral("Use"), m_suggestionLine);
+    auto* use = new QToolButton(m_suggestionLine);
+    use->setText(QStringLiteral("Use"));
     use->setObjectName(QStringLiteral("use"));
-    use->setFlat(true);
+    use->setAutoRaise(true);
     use->setAccessibleName(QStringLiteral("Use the online %1").arg(field.label));
     use->setCursor(Qt::PointingHandCursor);
     QPalette link = use->palette();
     link.setColor(QPalette::ButtonText, link.color(QPalette::Link));
     use->setPalette(link);
     TextStyles::apply(use, Font::Callout, Tone::Primary);
-    connect(use, &QPushButton::clicked, this, [this] { m_model.useSuggestion(m_field); });
+    connect(use, &QToolButton::clicked, this, [this] { m_model.useSuggestion(m_field); });
     suggestionLine->addWidget(globe);
     suggestionLine->addWidget(m_suggestion);
     suggestionLine->addWidget(use);

@@ -183,7 +183,7 @@ private slots:
         QVERIFY(!canSave());
         QCOMPARE(text("footerNote"), QString());
 
-        part<QPushButton>("use", "album")->click();
+        part<QAbstractButton>("use", "album")->click();
         QCOMPARE(part<QLineEdit>(QString(), "album")->text(), "Help!");
         QVERIFY(!shows("suggestionDot", "album") && !shows("suggestionLine", "album"));
         QVERIFY(shows("edited", "album"));
@@ -258,7 +258,7 @@ private slots:
         const Track track = song();
         open(track);
         waitForSuggestions();
-        part<QPushButton>("use", "album")->click();
+        part<QAbstractButton>("use", "album")->click();
         QSignalSpy accepted(m_dialog.get(), &QDialog::accepted);
         QTest::keyClick(m_dialog.get(), Qt::Key_Return);
         // The file is written elsewhere; meanwhile the dialog shows it and cannot save twice.

@@ -14,6 +14,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QThreadPool>
 #include <QtConcurrent>
 
 #include <algorithm>
@@ -53,6 +54,17 @@ struct OpenedPlaylist {
     QList<Track> tracks;
     std::optional<PlaylistError> error;
 };
+
+// Tag saves rewrite whole files. One thread of their own writes them in the order asked, so two saves of
+// one file never interleave and a save never waits behind an import.
+QThreadPool* tagWritePool() {
+    static QThreadPool* const pool = [] {
+        auto* created = new QThreadPool;
+        created->setMaxThreadCount(1);
+        return created;
+    }();
+    return pool;
+}
 
 } // namespace
 
@@ -374,18 +386,45 @@ void LibraryStore::revealInFileBrowser(const QSet<QUuid>& ids) {
     FileBrowser::showItems(files);
 }
 
-std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetadata& metadata,
-                                              bool embedFolderArtwork) {
+QFuture<std::optional<QString>> LibraryStore::saveTags(const QUuid& id, const MusicMetadata& metadata,
+                                                       bool embedFolderArtwork) {
     const qsizetype index = indexOf(id);
     if (index < 0)
-        return QStringLiteral("That track is no longer in the playlist.");
-    Track track = m_tracks[index];
+        return QtFuture::makeReadyFuture(
+            std::optional<QString>(QStringLiteral("That track is no longer in the playlist.")));
+    const Track track = m_tracks[index];
     if (track.isMissing)
-        return QStringLiteral("The file is missing, so its tags can't be written.");
-    const std::optional<QByteArray> artwork = artworkToWrite(track, embedFolderArtwork);
-    if (const auto error = ID3TagWriter::write(metadata, artwork, track.url))
-        return error->description();
+        return QtFuture::makeReadyFuture(
+            std::optional<QString>(QStringLiteral("The file is missing, so its tags can't be written.")));
 
+    struct Written {
+        std::optional<ID3TagWriter::WriteError> error;
+        QByteArray embeddedFingerprint; // of the folder picture the save embedded, if it did
+    };
+    // The writer rewrites the whole file, which a long song or a slow disk makes slow.
+    return QtConcurrent::run(tagWritePool(),
+                             [track, metadata, embedFolderArtwork] {
+                                 const std::optional<QByteArray> artwork =
+                                     artworkToWrite(track, embedFolderArtwork);
+                                 return Written{ID3TagWriter::write(metadata, artwork, track.url),
+                                                embedFolderArtwork && artwork ? artworkFingerprint(*artwork)
+                                                                              : QByteArray()};
+                             })
+        .then(this, [this, id, metadata](const Written& written) -> std::optional<QString> {
+            if (written.error)
+                return written.error->description();
+            applySavedTags(id, metadata, written.embeddedFingerprint);
+            return std::nullopt;
+        });
+}
+
+void LibraryStore::applySavedTags(const QUuid& id, const MusicMetadata& metadata,
+                                  const QByteArray& embeddedFingerprint) {
+    // The list was not locked while the file was written: the track may have moved, or gone, since.
+    const qsizetype index = indexOf(id);
+    if (index < 0)
+        return;
+    Track track = m_tracks[index];
     track.title = metadata.title;
     track.artist = metadata.artist;
     track.album = metadata.album;
@@ -394,16 +433,15 @@ std::optional<QString> LibraryStore::saveTags(const QUuid& id, const MusicMetada
     track.year = metadata.year;
     track.genre = metadata.genre;
     track.comment = metadata.comment;
-    if (embedFolderArtwork && artwork) {
+    if (!embeddedFingerprint.isEmpty()) {
         track.artworkSource = ArtworkSource::embedded();
-        track.artworkFingerprint = artworkFingerprint(*artwork);
+        track.artworkFingerprint = embeddedFingerprint;
     }
     QList<Track> tracks = m_tracks;
     tracks[index] = track;
     changeTracks(std::move(tracks));
     MetadataCache::rememberSaved(track);
     setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
-    return std::nullopt;
 }
 
 // Session persistence.

@@ -104,8 +104,11 @@ public:
     // Shows the files of those tracks that are not missing, selected, in the desktop's file manager.
     void revealInFileBrowser(const QSet<QUuid>& ids);
     // Writes the eight fields (and the artwork the track's source calls for) into the track's MP3 file,
-    // then updates the track in memory from those values. Synchronous. Returns an error text, or nothing.
-    std::optional<QString> saveTags(const QUuid& id, const MusicMetadata& metadata, bool embedFolderArtwork);
+    // then updates the track in memory from those values (the file is not read again). The file is written
+    // off the main thread; the future finishes on the main thread, after the track is updated, with an error
+    // text or nothing.
+    QFuture<std::optional<QString>> saveTags(const QUuid& id, const MusicMetadata& metadata,
+                                             bool embedFolderArtwork);
 
     // Start-up: resolves the stored bookmarks and reloads LastSession.m3u8. Silent on every failure.
     QFuture<void> restoreSession();
@@ -142,6 +145,9 @@ private:
     void setImporting(bool value);
     void setStatus(const QString& status);
     void writePlaylistTo(const QUrl& url);
+    // Updates the saved track in memory, wherever it now stands, after its file was written.
+    void applySavedTags(const QUuid& id, const MusicMetadata& metadata,
+                        const QByteArray& embeddedFingerprint);
     void writeSession();
     qsizetype indexOf(const QUuid& id) const;
 

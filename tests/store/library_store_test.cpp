@@ -351,7 +351,9 @@ private slots:
         store().setTracks(situation == "removed" ? QList<Track>() : QList<Track>{track});
         const QList<Track> before = store().tracks();
         const MusicMetadata metadata{"Título", "Artist", "Album", "", "3/12", "1999", "Rock", "note"};
-        QCOMPARE(store().saveTags(track.id, metadata, embed).value_or(QString()), error);
+        const QFuture<std::optional<QString>> saving = store().saveTags(track.id, metadata, embed);
+        QVERIFY(await(saving));
+        QCOMPARE(saving.result().value_or(QString()), error);
         QVERIFY(!store().hasUnsavedChanges());
         if (!error.isNull()) {
             QCOMPARE(store().tracks(), before);
@@ -368,6 +370,18 @@ private slots:
         const std::optional<QByteArray> picture = written.isEmpty() ? std::nullopt : std::optional(written);
         QVERIFY(fixtures::readFile(m_music->filePath("a.mp3"))
                     .startsWith(*ID3TagWriter::buildTag(metadata, picture)));
+    }
+
+    // The list is not locked while the file is written: the saved values reach the track where it now is.
+    void savesTagsIntoATrackThatMovedMeanwhile() {
+        const QList<Track> tracks = addSongs({"a.mp3", "b.mp3"});
+        const QFuture<std::optional<QString>> saving =
+            store().saveTags(tracks[1].id, {"New", "", "", "", "", "", "", ""}, false);
+        store().setTracks({tracks[1], tracks[0]});
+        QVERIFY(await(saving));
+        QCOMPARE(saving.result(), std::nullopt);
+        QCOMPARE(store().tracks()[0].title, "New");
+        QCOMPARE(store().tracks()[1], tracks[0]);
     }
 
     void revealsFilesInTheFileManager() {

@@ -1,0 +1,151 @@
+#include "ui/InspectorRules.h"
+
+#include "support/MusicFolder.h"
+
+#include <QTest>
+
+namespace {
+
+Track trackAt(const QString& path, bool missing = false, ArtworkSource source = {}) {
+    Track track;
+    track.url = QUrl::fromLocalFile(path);
+    track.isMissing = missing;
+    track.artworkSource = source;
+    return track;
+}
+
+RemoteMetadata fromMusicBrainz() {
+    RemoteMetadata remote;
+    remote.sourceName = "MusicBrainz";
+    return remote;
+}
+
+} // namespace
+
+// The inspector's sentences and its save rule, apart from the widgets that show them.
+class InspectorRulesTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void factsLine_data() {
+        QTest::addColumn<FileFacts>("facts");
+        QTest::addColumn<QString>("line");
+        QTest::addRow("mp3") << FileFacts{"MP3", 7'300'000, 245} << "MP3 · 7.3 MB · 4:05 · ≈238 kbps";
+        QTest::addRow("rate truncated")
+            << FileFacts{"MP3", 1'000, 0.0159} << "MP3 · 1.0 kB · 0:00 · ≈503 kbps";
+        QTest::addRow("unknown duration") << FileFacts{"MP3", 7'300'000, 0} << "MP3 · 7.3 MB";
+        QTest::addRow("rate below 1 kbps") << FileFacts{"FLAC", 100, 60} << "FLAC · 100 bytes · 1:00";
+        QTest::addRow("no extension, unreadable") << FileFacts{"", 0, 0} << " · 0 bytes";
+        QTest::addRow("absurd rate left out") << FileFacts{"MP3", 1'000'000, 1e-300} << "MP3 · 1.0 MB · 0:00";
+    }
+    void factsLine() {
+        QFETCH(FileFacts, facts);
+        QFETCH(QString, line);
+        QCOMPARE(::factsLine(facts), line);
+    }
+
+    void loadsFileFacts() {
+        fixtures::MusicFolder music;
+        Track track = trackAt(music.addFile("Song.Mp3", QByteArray(1234, 'x')));
+        track.duration = 2;
+        QCOMPARE(loadFileFacts(track), (FileFacts{"MP3", 1234, 2}));
+        QCOMPARE(loadFileFacts(trackAt(music.filePath("gone"))), (FileFacts{"", 0, 0}));
+    }
+
+    // Save needs an MP3 on disk, no save running, and an edit or the folder image to embed; the embed box
+    // shows only for a folder image of an MP3 on disk.
+    void canSave_data() {
+        QTest::addColumn<Track>("track");
+        QTest::addColumn<bool>("edited");
+        QTest::addColumn<bool>("embed");
+        QTest::addColumn<bool>("saving");
+        QTest::addColumn<bool>("expected");
+        QTest::addColumn<bool>("offersEmbedding");
+        const ArtworkSource folder = ArtworkSource::folder(QUrl::fromLocalFile("/m/cover.jpg"));
+        const Track mp3 = trackAt("/m/a.mp3", false, folder);
+        QTest::addRow("edited mp3") << mp3 << true << false << false << true << true;
+        QTest::addRow("upper-case extension")
+            << trackAt("/m/a.MP3", false, folder) << true << false << false << true << true;
+        QTest::addRow("only the embed box") << mp3 << false << true << false << true << true;
+        QTest::addRow("nothing to write") << trackAt("/m/a.mp3") << false << false << false << false << false;
+        QTest::addRow("embedded art") << trackAt("/m/a.mp3", false, ArtworkSource::embedded()) << true
+                                      << false << false << true << false;
+        QTest::addRow("missing file")
+            << trackAt("/m/a.mp3", true, folder) << true << true << false << false << false;
+        QTest::addRow("m4a") << trackAt("/m/a.m4a", false, folder) << true << true << false << false << false;
+        QTest::addRow("no extension")
+            << trackAt("/m/mp3", false, folder) << true << true << false << false << false;
+        QTest::addRow("save running") << mp3 << true << false << true << false << true;
+    }
+    void canSave() {
+        QFETCH(Track, track);
+        QFETCH(bool, edited);
+        QFETCH(bool, embed);
+        QFETCH(bool, saving);
+        QFETCH(bool, expected);
+        QFETCH(bool, offersEmbedding);
+        QCOMPARE(::canSave(track, edited, embed, saving), expected);
+        QCOMPARE(offersArtworkEmbedding(track), offersEmbedding);
+    }
+
+    // The first case that applies wins.
+    void footerNote_data() {
+        QTest::addColumn<Track>("track");
+        QTest::addColumn<QString>("saveError");
+        QTest::addColumn<bool>("edited");
+        QTest::addColumn<FooterNote>("note");
+        using Kind = FooterNote::Kind;
+        QTest::addRow("missing before not mp3")
+            << trackAt("/m/a.m4a", true) << "boom" << true
+            << FooterNote{Kind::Info, "File is missing — nothing can be saved."};
+        QTest::addRow("not mp3 before the error")
+            << trackAt("/m/a.M4A") << "boom" << true
+            << FooterNote{Kind::Info, "Saving supports MP3 files only. This is a .m4a file."};
+        QTest::addRow("no extension")
+            << trackAt("/m/song") << QString() << false
+            << FooterNote{Kind::Info, "Saving supports MP3 files only. This is a . file."};
+        QTest::addRow("error before edits")
+            << trackAt("/m/a.mp3") << "boom" << true << FooterNote{Kind::Warning, "boom"};
+        QTest::addRow("edits") << trackAt("/m/a.mp3") << QString() << true
+                               << FooterNote{Kind::Plain,
+                                             "Changes are written into the file's ID3 tags when you save."};
+        QTest::addRow("nothing to say") << trackAt("/m/a.mp3") << QString() << false << FooterNote{};
+    }
+    void footerNote() {
+        QFETCH(Track, track);
+        QFETCH(QString, saveError);
+        QFETCH(bool, edited);
+        QFETCH(FooterNote, note);
+        QCOMPARE(::footerNote(track, saveError.isNull() ? std::nullopt : std::optional(saveError), edited),
+                 note);
+    }
+
+    void lookupTexts_data() {
+        QTest::addColumn<int>("differing");
+        QTest::addColumn<QString>("summary");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("button");
+        QTest::addRow("none") << 0 << "MusicBrainz agrees with your local metadata." << QString()
+                              << QString();
+        QTest::addRow("one") << 1 << "MusicBrainz suggests 1 different value, shown in grey below."
+                             << "Replace 1 local field with MusicBrainz data?"
+                             << "Replace 1 Field";
+        QTest::addRow("several") << 3 << "MusicBrainz suggests 3 different values, shown in grey below."
+                                 << "Replace 3 local fields with MusicBrainz data?"
+                                 << "Replace 3 Fields";
+    }
+    void lookupTexts() {
+        QFETCH(int, differing);
+        QFETCH(QString, summary);
+        QFETCH(QString, title);
+        QFETCH(QString, button);
+        QCOMPARE(lookupSummary(fromMusicBrainz(), differing), summary);
+        if (differing > 0) {
+            QCOMPARE(useAllTitle(fromMusicBrainz(), differing), title);
+            QCOMPARE(useAllButtonText(differing), button);
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(InspectorRulesTest)
+#include "inspector_rules_test.moc"

@@ -5,10 +5,10 @@
 
 #include <functional>
 
-// org.mpris.MediaPlayer2: who the player is and the window requests (raise, quit).
+// org.mpris.MediaPlayer2: who the player is and the window requests (raise, quit, open a file).
 //
 // The requests go to the callbacks given at construction, on the main thread; the window decides what
-// they do. Opening URIs is not offered, so the scheme and MIME type lists are empty.
+// they do. Only local files can be opened.
 class MprisRoot : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2")
@@ -21,23 +21,29 @@ class MprisRoot : public QDBusAbstractAdaptor {
     Q_PROPERTY(QStringList SupportedMimeTypes READ supportedMimeTypes CONSTANT)
 
 public:
+    struct Requests {
+        std::function<void()> raise;
+        std::function<void()> quit;
+        std::function<void(const QString& uri)> openUri;
+    };
+
     // `parent` is the object exported at /org/mpris/MediaPlayer2.
-    MprisRoot(QObject* parent, std::function<void()> onRaise, std::function<void()> onQuit);
+    MprisRoot(QObject* parent, Requests requests);
 
     bool canQuit() const { return true; }
     bool canRaise() const { return true; }
     bool hasTrackList() const { return false; }
     QString identity() const { return QStringLiteral("Orvelle"); }
-    // The desktop file's name without ".desktop" (data/orvelle.desktop).
-    QString desktopEntry() const { return QStringLiteral("orvelle"); }
-    QStringList supportedUriSchemes() const { return {}; }
-    QStringList supportedMimeTypes() const { return {}; }
+    // The desktop file's name without ".desktop": the application id (data/org.orvelle.Orvelle.desktop).
+    QString desktopEntry() const { return QStringLiteral("org.orvelle.Orvelle"); }
+    QStringList supportedUriSchemes() const { return {QStringLiteral("file")}; }
+    QStringList supportedMimeTypes() const;
 
 public slots:
     void Raise();
     void Quit();
+    void OpenUri(const QString& uri);
 
 private:
-    std::function<void()> m_onRaise;
-    std::function<void()> m_onQuit;
+    Requests m_requests;
 };

@@ -16,8 +16,8 @@ NowPlaying::NowPlaying(PlayerEngine* engine, QObject* parent)
     , m_engine(engine)
     , m_bus(QDBusConnection::sessionBus())
     , m_player(new MprisPlayer(this, engine, m_bus)) {
-    new MprisRoot(
-        this, [this] { emit raiseRequested(); }, [this] { emit quitRequested(); });
+    new MprisRoot(this, {[this] { emit raiseRequested(); }, [this] { emit quitRequested(); },
+                         [this](const QString& uri) { emit openRequested(QUrl(uri)); }});
     m_serviceName = registerOnBus();
     engine->setNowPlayingPublisher(this);
 }

@@ -56,6 +56,11 @@ LibraryStore::LibraryStore(QSettings* settings, AudioPlayerFactory playerFactory
     m_sessionSaveTimer.setTimerType(Qt::PreciseTimer); // a coarse timer may fire up to 5% early
     m_sessionSaveTimer.setInterval(sessionSaveDelay);
     connect(&m_sessionSaveTimer, &QTimer::timeout, this, &LibraryStore::writeSession);
+    // A song that fails to play says why in the window's status line.
+    connect(m_engine, &PlayerEngine::playbackErrorChanged, this, [this] {
+        if (!m_engine->playbackError().isNull())
+            setStatus(m_engine->playbackError());
+    });
 }
 
 LibraryStore::~LibraryStore() = default;

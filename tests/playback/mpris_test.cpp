@@ -230,6 +230,9 @@ private slots:
         QCOMPARE(raise.size(), 1);
         call(root + ".Quit");
         QCOMPARE(raise.size() + quit.size(), 2);
+        QSignalSpy open(m_nowPlaying.get(), &NowPlaying::openRequested);
+        call(root + ".OpenUri", {"string:file:///music/a%20b.mp3"});
+        QCOMPARE(open.value(0).value(0).toUrl(), QUrl::fromLocalFile("/music/a b.mp3"));
     }
 
     // What clients are told without asking: jumps of the position and changed properties, but nothing

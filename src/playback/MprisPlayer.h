@@ -48,6 +48,9 @@ public:
     // the adaptor then leaves it alone.
     MprisPlayer(QObject* parent, PlayerEngine* engine, const QDBusConnection& bus);
 
+    // Where OpenUri's file goes (the window); without one OpenUri does nothing.
+    void setOpenHandler(std::function<void(const QUrl&)> handler) { m_open = std::move(handler); }
+
     // The engine's now-playing updates.
     void publish(const NowPlayingInfo& info, NowPlayingState state);
     void clear();
@@ -78,6 +81,7 @@ public slots:
     void Play();
     void Seek(qlonglong offset);
     void SetPosition(const QDBusObjectPath& trackId, qlonglong position);
+    void OpenUri(const QString& uri);
 
 signals:
     void Seeked(qlonglong position);
@@ -99,6 +103,7 @@ private:
     void runOnEngine(std::function<void(PlayerEngine&)> action);
 
     QPointer<PlayerEngine> m_engine;
+    std::function<void(const QUrl&)> m_open;
     QDBusConnection m_bus;
     ArtworkFileCache m_artwork;
 

@@ -5,10 +5,10 @@
 
 #include <functional>
 
-// org.mpris.MediaPlayer2: who the player is and the window requests (raise, quit, open a file).
+// org.mpris.MediaPlayer2: who the player is and the window requests (raise, quit).
 //
 // The requests go to the callbacks given at construction, on the main thread; the window decides what
-// they do. Only local files can be opened.
+// they do. Local files can be opened (through the player interface's OpenUri).
 class MprisRoot : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2")
@@ -21,14 +21,8 @@ class MprisRoot : public QDBusAbstractAdaptor {
     Q_PROPERTY(QStringList SupportedMimeTypes READ supportedMimeTypes CONSTANT)
 
 public:
-    struct Requests {
-        std::function<void()> raise;
-        std::function<void()> quit;
-        std::function<void(const QString& uri)> openUri;
-    };
-
     // `parent` is the object exported at /org/mpris/MediaPlayer2.
-    MprisRoot(QObject* parent, Requests requests);
+    MprisRoot(QObject* parent, std::function<void()> onRaise, std::function<void()> onQuit);
 
     bool canQuit() const { return true; }
     bool canRaise() const { return true; }
@@ -42,8 +36,8 @@ public:
 public slots:
     void Raise();
     void Quit();
-    void OpenUri(const QString& uri);
 
 private:
-    Requests m_requests;
+    std::function<void()> m_onRaise;
+    std::function<void()> m_onQuit;
 };

@@ -16,8 +16,9 @@ NowPlaying::NowPlaying(PlayerEngine* engine, QObject* parent)
     , m_engine(engine)
     , m_bus(QDBusConnection::sessionBus())
     , m_player(new MprisPlayer(this, engine, m_bus)) {
-    new MprisRoot(this, {[this] { emit raiseRequested(); }, [this] { emit quitRequested(); },
-                         [this](const QString& uri) { emit openRequested(QUrl(uri)); }});
+    new MprisRoot(
+        this, [this] { emit raiseRequested(); }, [this] { emit quitRequested(); });
+    m_player->setOpenHandler([this](const QUrl& url) { emit openRequested(url); });
     m_serviceName = registerOnBus();
     engine->setNowPlayingPublisher(this);
 }

@@ -61,7 +61,8 @@ FileDialogs FileDialogs::system() {
                        audioNameFilters());
     };
     dialogs.chooseFolders = [](QWidget* parent) {
-        return runOpen(parent, QStringLiteral("Add Folder"), QStringLiteral("Add"), QFileDialog::Directory, {});
+        return runOpen(parent, QStringLiteral("Add Folder"), QStringLiteral("Add"), QFileDialog::Directory,
+                       {});
     };
     dialogs.choosePlaylistFile = [](QWidget* parent) -> std::optional<QUrl> {
         const QList<QUrl> chosen = runOpen(parent, QStringLiteral("Open Playlist"), QStringLiteral("Open"),

@@ -64,7 +64,10 @@ QPainterPath loop() {
 
 const QHash<QString, std::function<Drawing()>>& drawings() {
     static const QHash<QString, std::function<Drawing()>> table{
-        {"media-playback-start", [] { return Drawing{{}, polygon({{4, 2}, {14, 8}, {4, 14}})}; }},
+        {"media-playback-start",
+         [] {
+             return Drawing{{}, polygon({{4, 2}, {14, 8}, {4, 14}})};
+         }},
         {"media-playback-pause",
          [] {
              QPainterPath bars;
@@ -96,7 +99,10 @@ const QHash<QString, std::function<Drawing()>>& drawings() {
              path.addPath(line({11, 14}, {13.5, 12}));
              return Drawing{path, {}};
          }},
-        {"media-playlist-repeat", [] { return Drawing{loop(), {}}; }},
+        {"media-playlist-repeat",
+         [] {
+             return Drawing{loop(), {}};
+         }},
         {"media-playlist-repeat-song",
          [] {
              QPainterPath path = loop();
@@ -110,9 +116,18 @@ const QHash<QString, std::function<Drawing()>>& drawings() {
              cross.addPath(line({15, 6}, {11, 10}));
              return Drawing{cross, speaker()};
          }},
-        {"audio-volume-low", [] { return Drawing{waves(1), speaker()}; }},
-        {"audio-volume-medium", [] { return Drawing{waves(2), speaker()}; }},
-        {"audio-volume-high", [] { return Drawing{waves(3), speaker()}; }},
+        {"audio-volume-low",
+         [] {
+             return Drawing{waves(1), speaker()};
+         }},
+        {"audio-volume-medium",
+         [] {
+             return Drawing{waves(2), speaker()};
+         }},
+        {"audio-volume-high",
+         [] {
+             return Drawing{waves(3), speaker()};
+         }},
         {"audio-x-generic",
          [] {
              QPainterPath heads;
@@ -172,7 +187,9 @@ const QHash<QString, std::function<Drawing()>>& drawings() {
              return Drawing{mark, {}};
          }},
         {"folder",
-         [] { return Drawing{polygon({{1.5, 3}, {6, 3}, {7.5, 5}, {14.5, 5}, {14.5, 13}, {1.5, 13}}), {}}; }},
+         [] {
+             return Drawing{polygon({{1.5, 3}, {6, 3}, {7.5, 5}, {14.5, 5}, {14.5, 13}, {1.5, 13}}), {}};
+         }},
         {"user-trash",
          [] {
              QPainterPath can = polygon({{3.5, 4.5}, {12.5, 4.5}, {11.5, 14.5}, {4.5, 14.5}});
@@ -200,9 +217,9 @@ public:
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State) override {
         const Drawing drawing = drawings().value(m_name)();
         const QPalette palette = QGuiApplication::palette();
-        const QColor color = palette.color(mode == QIcon::Disabled ? QPalette::Disabled : QPalette::Active,
-                                           mode == QIcon::Selected ? QPalette::HighlightedText
-                                                                   : QPalette::WindowText);
+        const QColor color =
+            palette.color(mode == QIcon::Disabled ? QPalette::Disabled : QPalette::Active,
+                          mode == QIcon::Selected ? QPalette::HighlightedText : QPalette::WindowText);
         const qreal side = std::min(rect.width(), rect.height());
         painter->save();
         painter->setRenderHint(QPainter::Antialiasing);

@@ -38,7 +38,8 @@ constexpr int minimumContentWidth = 620;
 constexpr int minimumContentHeight = 440;
 
 QString songCount(qsizetype count) {
-    return QStringLiteral("%1 %2").arg(count).arg(count == 1 ? QStringLiteral("song") : QStringLiteral("songs"));
+    return QStringLiteral("%1 %2").arg(count).arg(count == 1 ? QStringLiteral("song")
+                                                             : QStringLiteral("songs"));
 }
 
 QFrame* divider(QWidget* parent) {
@@ -274,7 +275,8 @@ void MainWindow::showListState() {
     m_songList->setVisible(visible);
     m_listDivider->setVisible(visible);
     m_listToggle->setIcon(Icons::named(visible ? QStringLiteral("go-up") : QStringLiteral("go-down")));
-    const QString help = visible ? QStringLiteral("Hide the song list") : QStringLiteral("Show the song list");
+    const QString help =
+        visible ? QStringLiteral("Hide the song list") : QStringLiteral("Show the song list");
     m_listToggle->setToolTip(help);
     m_listToggle->setAccessibleName(help);
     const qsizetype count = m_store.tracks().size();

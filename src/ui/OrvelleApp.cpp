@@ -17,8 +17,8 @@ OrvelleApp::OrvelleApp(QSettings& settings, AudioPlayerFactory audio, FileDialog
     m_store = std::make_unique<LibraryStore>(&settings, std::move(audio), chooser);
     m_updater = std::make_unique<UpdateChecker>(&settings);
     m_nowPlaying = std::make_unique<NowPlaying>(m_store->engine());
-    m_window = std::make_unique<MainWindow>(*m_store, *m_updater, MetadataService::shared(), std::move(dialogs),
-                                            settings);
+    m_window = std::make_unique<MainWindow>(*m_store, *m_updater, MetadataService::shared(),
+                                            std::move(dialogs), settings);
 
     connect(m_nowPlaying.get(), &NowPlaying::raiseRequested, this, &OrvelleApp::raise);
     connect(m_nowPlaying.get(), &NowPlaying::quitRequested, m_window.get(), &QWidget::close);

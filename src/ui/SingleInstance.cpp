@@ -53,10 +53,12 @@ bool SingleInstance::claim() {
 bool SingleInstance::handOver(const QList<QUrl>& urls) {
     QDBusMessage call;
     if (urls.isEmpty()) {
-        call = QDBusMessage::createMethodCall(appId, objectPath, applicationInterface, QStringLiteral("Activate"));
+        call = QDBusMessage::createMethodCall(appId, objectPath, applicationInterface,
+                                              QStringLiteral("Activate"));
         call << QVariantMap();
     } else {
-        call = QDBusMessage::createMethodCall(appId, objectPath, applicationInterface, QStringLiteral("Open"));
+        call =
+            QDBusMessage::createMethodCall(appId, objectPath, applicationInterface, QStringLiteral("Open"));
         QStringList uris;
         for (const QUrl& url : urls)
             uris << url.toString(QUrl::FullyEncoded);
@@ -91,7 +93,8 @@ void ApplicationAdaptor::Open(const QStringList& uris, const QVariantMap& platfo
     emit m_instance->openRequested(urls);
 }
 
-void ApplicationAdaptor::ActivateAction(const QString&, const QVariantList&, const QVariantMap& platformData) {
+void ApplicationAdaptor::ActivateAction(const QString&, const QVariantList&,
+                                        const QVariantMap& platformData) {
     // The program offers no actions of its own; showing the window is the closest answer.
     Activate(platformData);
 }

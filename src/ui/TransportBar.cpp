@@ -92,7 +92,8 @@ protected:
         painter.setClipPath(rounded);
         if (!cover.isNull()) {
             cover.setDevicePixelRatio(ratio);
-            const QSizeF shown = cover.deviceIndependentSize().scaled(square.size(), Qt::KeepAspectRatioByExpanding);
+            const QSizeF shown =
+                cover.deviceIndependentSize().scaled(square.size(), Qt::KeepAspectRatioByExpanding);
             painter.drawPixmap(QRectF(square.center() - QPointF(shown.width(), shown.height()) / 2, shown),
                                cover, cover.rect());
             return;

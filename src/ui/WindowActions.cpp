@@ -11,8 +11,8 @@
 #include <QMenuBar>
 #include <QWidget>
 
-WindowActions::WindowActions(LibraryStore& store, UpdateChecker& updater, FileDialogs dialogs, QWidget* window,
-                             WindowHooks hooks)
+WindowActions::WindowActions(LibraryStore& store, UpdateChecker& updater, FileDialogs dialogs,
+                             QWidget* window, WindowHooks hooks)
     : QObject(window)
     , m_store(store)
     , m_engine(*store.engine())
@@ -59,7 +59,8 @@ WindowActions::WindowActions(LibraryStore& store, UpdateChecker& updater, FileDi
     connect(shuffle, &QAction::triggered, this, [this](bool on) { m_engine.setShuffling(on); });
     m_repeat = new QActionGroup(this);
     const std::pair<QAction**, std::pair<const char*, RepeatMode>> choices[] = {
-        {&repeatOff, {"Off", RepeatMode::Off}}, {&repeatAll, {"All", RepeatMode::All}},
+        {&repeatOff, {"Off", RepeatMode::Off}},
+        {&repeatAll, {"All", RepeatMode::All}},
         {&repeatOne, {"One", RepeatMode::One}}};
     for (const auto& [field, choice] : choices) {
         const RepeatMode mode = choice.second;
@@ -67,7 +68,8 @@ WindowActions::WindowActions(LibraryStore& store, UpdateChecker& updater, FileDi
         (*field)->setCheckable(true);
         m_repeat->addAction(*field);
     }
-    volumeUp = make("Volume Up", QKeySequence(Qt::CTRL | Qt::Key_Up), [this] { m_engine.adjustVolume(0.1f); });
+    volumeUp =
+        make("Volume Up", QKeySequence(Qt::CTRL | Qt::Key_Up), [this] { m_engine.adjustVolume(0.1f); });
     volumeDown =
         make("Volume Down", QKeySequence(Qt::CTRL | Qt::Key_Down), [this] { m_engine.adjustVolume(-0.1f); });
 
@@ -82,7 +84,8 @@ WindowActions::WindowActions(LibraryStore& store, UpdateChecker& updater, FileDi
     refresh();
 }
 
-QAction* WindowActions::make(const QString& text, const QKeySequence& shortcut, std::function<void()> action) {
+QAction* WindowActions::make(const QString& text, const QKeySequence& shortcut,
+                             std::function<void()> action) {
     auto* item = new QAction(text, m_window);
     item->setShortcut(shortcut);
     if (action)

@@ -11,7 +11,8 @@ WindowAlerts::WindowAlerts(LibraryStore& store, UpdateChecker& updater, QWidget*
     , m_store(store)
     , m_updater(updater)
     , m_window(window) {
-    connect(&store, &LibraryStore::pendingClearConfirmationChanged, this, &WindowAlerts::showCloseConfirmation);
+    connect(&store, &LibraryStore::pendingClearConfirmationChanged, this,
+            &WindowAlerts::showCloseConfirmation);
     connect(&store, &LibraryStore::pendingOpenURLChanged, this, &WindowAlerts::showReplaceConfirmation);
     connect(&store, &LibraryStore::errorMessageChanged, this, &WindowAlerts::showError);
     connect(&updater, &UpdateChecker::availableUpdateChanged, this, &WindowAlerts::showUpdateAvailable);
@@ -56,29 +57,31 @@ void WindowAlerts::close(const QString& name) {
 void WindowAlerts::showCloseConfirmation() {
     if (!m_store.pendingClearConfirmation())
         return close(QStringLiteral("closeConfirmation"));
-    present(QStringLiteral("closeConfirmation"), QStringLiteral("Close this playlist?"),
-            QStringLiteral("This playlist has changes that haven't been saved to a file. Your music files "
-                           "themselves aren't affected."),
-            {{QStringLiteral("Save First…"), QMessageBox::AcceptRole,
-              [this] {
-                  m_store.save();
-                  if (!m_store.hasUnsavedChanges())
-                      m_store.clear();
-              }},
-             {QStringLiteral("Close Without Saving"), QMessageBox::DestructiveRole, [this] { m_store.clear(); }},
-             {QStringLiteral("Cancel"), QMessageBox::RejectRole, {}}},
-            [this] { m_store.setPendingClearConfirmation(false); });
+    present(
+        QStringLiteral("closeConfirmation"), QStringLiteral("Close this playlist?"),
+        QStringLiteral("This playlist has changes that haven't been saved to a file. Your music files "
+                       "themselves aren't affected."),
+        {{QStringLiteral("Save First…"), QMessageBox::AcceptRole,
+          [this] {
+              m_store.save();
+              if (!m_store.hasUnsavedChanges())
+                  m_store.clear();
+          }},
+         {QStringLiteral("Close Without Saving"), QMessageBox::DestructiveRole, [this] { m_store.clear(); }},
+         {QStringLiteral("Cancel"), QMessageBox::RejectRole, {}}},
+        [this] { m_store.setPendingClearConfirmation(false); });
 }
 
 void WindowAlerts::showReplaceConfirmation() {
     if (m_store.pendingOpenURL().isEmpty())
         return close(QStringLiteral("replaceConfirmation"));
-    present(QStringLiteral("replaceConfirmation"), QStringLiteral("Replace the current playlist?"),
-            QStringLiteral("The playlist you have open has unsaved changes. Opening another one discards "
-                           "them. Your music files aren't affected."),
-            {{QStringLiteral("Replace"), QMessageBox::DestructiveRole, [this] { m_store.confirmPendingOpen(); }},
-             {QStringLiteral("Cancel"), QMessageBox::RejectRole, {}}},
-            [this] { m_store.setPendingOpenURL({}); });
+    present(
+        QStringLiteral("replaceConfirmation"), QStringLiteral("Replace the current playlist?"),
+        QStringLiteral("The playlist you have open has unsaved changes. Opening another one discards "
+                       "them. Your music files aren't affected."),
+        {{QStringLiteral("Replace"), QMessageBox::DestructiveRole, [this] { m_store.confirmPendingOpen(); }},
+         {QStringLiteral("Cancel"), QMessageBox::RejectRole, {}}},
+        [this] { m_store.setPendingOpenURL({}); });
 }
 
 QString WindowAlerts::updateMessage() const {

@@ -35,8 +35,8 @@ private:
 
     // Opens the alert `name`, replacing one of that name already open. `dismiss` runs after every way
     // of closing it, after the button's action.
-    void present(const QString& name, const QString& title, const QString& message, const QList<Button>& buttons,
-                 std::function<void()> dismiss);
+    void present(const QString& name, const QString& title, const QString& message,
+                 const QList<Button>& buttons, std::function<void()> dismiss);
     void close(const QString& name);
 
     void showCloseConfirmation();

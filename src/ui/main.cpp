@@ -31,15 +31,13 @@ int main(int argc, char** argv) {
     QApplication::setApplicationVersion(QString::fromUtf8(orvelle::build::version));
     QApplication::setDesktopFileName(SingleInstance::appId);
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/org.orvelle.Orvelle.svg")));
-    // The freedesktop icons the buttons ask for; drawn ones stand in where a theme has none.
-    if (QIcon::themeName().isEmpty() || QIcon::themeName() == QLatin1String("hicolor"))
-        QIcon::setThemeName(QStringLiteral("Adwaita"));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("A music player for your own files."));
     parser.addHelpOption();
     parser.addVersionOption();
-    parser.addPositionalArgument(QStringLiteral("files"), QStringLiteral("Songs, folders or playlists to open."),
+    parser.addPositionalArgument(QStringLiteral("files"),
+                                 QStringLiteral("Songs, folders or playlists to open."),
                                  QStringLiteral("[FILE…]"));
     parser.process(app);
     const QList<QUrl> urls = requestedUrls(parser.positionalArguments());
@@ -52,10 +50,11 @@ int main(int argc, char** argv) {
     OrvelleApp orvelle(settings, MpvAudioPlayer::factory(), FileDialogs::system());
     MainWindow& window = orvelle.window();
     QObject::connect(&instance, &SingleInstance::activateRequested, &orvelle, &OrvelleApp::raise);
-    QObject::connect(&instance, &SingleInstance::openRequested, &orvelle, [&orvelle](const QList<QUrl>& more) {
-        orvelle.open(more);
-        orvelle.raise();
-    });
+    QObject::connect(&instance, &SingleInstance::openRequested, &orvelle,
+                     [&orvelle](const QList<QUrl>& more) {
+                         orvelle.open(more);
+                         orvelle.raise();
+                     });
     const auto publishStatus = [&instance, &window] { instance.setStatus(window.subtitle()); };
     QObject::connect(&window, &MainWindow::subtitleChanged, &instance, publishStatus);
     publishStatus();

@@ -231,8 +231,8 @@ private slots:
         call(root + ".Quit");
         QCOMPARE(raise.size() + quit.size(), 2);
         QSignalSpy open(m_nowPlaying.get(), &NowPlaying::openRequested);
-        call(root + ".OpenUri", {"string:file:///music/a%20b.mp3"});
-        QCOMPARE(open.value(0).value(0).toUrl(), QUrl::fromLocalFile("/music/a b.mp3"));
+        call(playerInterface + ".OpenUri", {"string:file:///music/a%20b.mp3"});
+        QTRY_COMPARE(open.value(0).value(0).toUrl(), QUrl::fromLocalFile("/music/a b.mp3"));
     }
 
     // What clients are told without asking: jumps of the position and changed properties, but nothing

@@ -26,7 +26,8 @@ private slots:
             return QPointF(rect.x() + fx * rect.width(), rect.y() + fy * rect.height());
         };
         const QList<QPointF> expected{
-            at(0.10, 0.12), at(0.78, 0.12), at(0.90, 0.24), at(0.90, 0.88), at(0.10, 0.88), at(0.10, 0.12), // body
+            at(0.10, 0.12), at(0.78, 0.12), at(0.90, 0.24), at(0.90, 0.88), at(0.10, 0.88),
+            at(0.10, 0.12),                                                                 // body
             at(0.34, 0.12), at(0.58, 0.12), at(0.58, 0.36), at(0.34, 0.36), at(0.34, 0.12), // shutter
             at(0.26, 0.54), at(0.74, 0.54), at(0.74, 0.88), at(0.26, 0.88), at(0.26, 0.54), // label
         };
@@ -43,7 +44,7 @@ private slots:
     // The icon strokes the outline in the colour given and leaves the inside of the label empty.
     void icon() {
         const QImage image = FloppyDiskIcon::icon(64, Qt::red).pixmap(64, 64).toImage();
-        QCOMPARE(image.pixelColor(32, 45).alpha(), 0);       // inside the label
+        QCOMPARE(image.pixelColor(32, 45).alpha(), 0);      // inside the label
         QCOMPARE(image.pixelColor(6, 40), QColor(Qt::red)); // on the body's left edge
     }
 };

@@ -113,9 +113,9 @@ private slots:
         WindowActions& a = actions();
         for (QAction* action : {a.closePlaylist, a.savePlaylist, a.savePlaylistAs, a.playPause})
             QVERIFY2(action->isEnabled() == full, qPrintable(action->text()));
-        for (QAction* action : {a.addMusic, a.addFolder, a.openPlaylist, a.addSongsFromPlaylist, a.next, a.previous,
-                                a.skipForward, a.skipBack, a.shuffle, a.repeatOff, a.volumeUp, a.volumeDown,
-                                a.toggleSongList, a.about, a.checkForUpdates})
+        for (QAction* action : {a.addMusic, a.addFolder, a.openPlaylist, a.addSongsFromPlaylist, a.next,
+                                a.previous, a.skipForward, a.skipBack, a.shuffle, a.repeatOff, a.volumeUp,
+                                a.volumeDown, a.toggleSongList, a.about, a.checkForUpdates})
             QVERIFY2(action->isEnabled(), qPrintable(action->text()));
         m_updater->checkNow();
         QVERIFY(!a.checkForUpdates->isEnabled());
@@ -201,7 +201,8 @@ private slots:
         QVERIFY(!m_window->isWindowModified());
         m_store->moveTrack(m_store->tracks().first().id, 1);
         QVERIFY(m_window->isWindowModified());
-        QVERIFY2(m_window->subtitle().startsWith("3 songs · 3:00 · Edited"), qPrintable(m_window->subtitle()));
+        QVERIFY2(m_window->subtitle().startsWith("3 songs · 3:00 · Edited"),
+                 qPrintable(m_window->subtitle()));
         // A song that cannot be played says why there.
         m_backend.unreadable.insert(m_store->tracks().first().url.toLocalFile(), "Broken file.");
         engine().playTrackAt(0);
@@ -264,10 +265,18 @@ private slots:
         QTest::addColumn<QString>("button");
         QTest::addColumn<QString>("opened");
         QTest::addColumn<QString>("skipped");
-        QTest::addRow("download") << false << "Download" << "https://example.org/orvelle-2.0.deb" << "";
-        QTest::addRow("what's new") << true << "What's New" << "https://example.org/notes" << "";
-        QTest::addRow("skip") << true << "Skip This Version" << "" << "2.0";
-        QTest::addRow("later") << false << "Later" << "" << "";
+        QTest::addRow("download") << false << "Download"
+                                  << "https://example.org/orvelle-2.0.deb"
+                                  << "";
+        QTest::addRow("what's new") << true << "What's New"
+                                    << "https://example.org/notes"
+                                    << "";
+        QTest::addRow("skip") << true << "Skip This Version"
+                              << ""
+                              << "2.0";
+        QTest::addRow("later") << false << "Later"
+                               << ""
+                               << "";
     }
     void updateAvailable() {
         QFETCH(bool, notesUrl);

@@ -8,12 +8,12 @@
 #include "ui/MainWindow.h"
 #include "ui/OrvelleApp.h"
 
+#include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 
 #include <QApplication>
 #include <QBuffer>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QImage>
 #include <QRandomGenerator>
 #include <QSettings>
@@ -23,17 +23,6 @@
 #include <cstdio>
 
 namespace {
-
-qint64 residentKiB() {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
-    }
-    return 0;
-}
 
 // A 600 px JPEG of about 35 KB: a gradient with enough grain that it does not compress to nothing.
 QByteArray coverBytes(int album) {
@@ -109,6 +98,6 @@ int main(int argc, char** argv) {
     std::printf("window shown after %.3f s (target 0.3 s)\n", shown);
     std::printf("%lld songs listed after %.3f s (target 1 s)\n",
                 static_cast<long long>(orvelle.store().tracks().size()), listed);
-    std::printf("resident memory then: %.1f MB (target 150 MB)\n", residentKiB() / 1024.0);
+    std::printf("resident memory then: %.1f MB (target 150 MB)\n", fixtures::residentKiB() / 1024.0);
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "ui/FloppyDiskIcon.h"
 
-#include <QIconEngine>
+#include "ui/PaintedIconEngine.h"
+
 #include <QPainter>
 #include <QPen>
 
@@ -33,7 +34,7 @@ namespace {
 
 // Strokes the shape at whatever size the button asks for, so it stays sharp at any scale. The line width
 // follows the icon's nominal size, not the pixel size it is painted at.
-class FloppyEngine : public QIconEngine {
+class FloppyEngine : public PaintedIconEngine {
 public:
     FloppyEngine(qreal size, QColor color)
         : m_size(size)
@@ -56,14 +57,6 @@ public:
                             side);
         painter->drawPath(FloppyDiskShape::path(square));
         painter->restore();
-    }
-
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
-        QPixmap pixmap(size);
-        pixmap.fill(Qt::transparent);
-        QPainter painter(&pixmap);
-        paint(&painter, QRect(QPoint(), size), mode, state);
-        return pixmap;
     }
 
     QIconEngine* clone() const override { return new FloppyEngine(m_size, m_color); }

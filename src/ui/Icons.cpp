@@ -1,8 +1,9 @@
 #include "ui/Icons.h"
 
+#include "ui/PaintedIconEngine.h"
+
 #include <QGuiApplication>
 #include <QHash>
-#include <QIconEngine>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPalette>
@@ -209,7 +210,7 @@ const QHash<QString, std::function<Drawing()>>& drawings() {
 }
 
 // Paints a drawing at any size in the palette's text colour of the moment, so a dark theme reads well.
-class DrawnIconEngine : public QIconEngine {
+class DrawnIconEngine : public PaintedIconEngine {
 public:
     explicit DrawnIconEngine(QString name)
         : m_name(std::move(name)) {}
@@ -232,14 +233,6 @@ public:
         painter->setBrush(color);
         painter->drawPath(drawing.filled);
         painter->restore();
-    }
-
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
-        QPixmap pixmap(size);
-        pixmap.fill(Qt::transparent);
-        QPainter painter(&pixmap);
-        paint(&painter, QRect(QPoint(), size), mode, state);
-        return pixmap;
     }
 
     QIconEngine* clone() const override { return new DrawnIconEngine(m_name); }

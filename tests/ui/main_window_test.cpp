@@ -294,6 +294,40 @@ private slots:
         QVERIFY(!m_updater->availableUpdate());
     }
 
+    // The file commands hand what the dialogs chose to the store: Add Music adds, Add Songs from
+    // Playlist appends the playlist's songs, Open Playlist replaces the (saved) list.
+    void fileCommands() {
+        const QString song = m_home->dir.filePath("new.mp3");
+        QFile(song).open(QIODevice::WriteOnly);
+        QFile playlist(m_home->dir.filePath("list.m3u"));
+        QVERIFY(playlist.open(QIODevice::WriteOnly));
+        playlist.write("new.mp3\nnew.mp3\n");
+        playlist.close();
+        FileDialogs dialogs;
+        dialogs.chooseMusicFiles = [&](QWidget*) { return QList<QUrl>{QUrl::fromLocalFile(song)}; };
+        dialogs.choosePlaylistFile = [&](QWidget*) {
+            return std::optional(QUrl::fromLocalFile(playlist.fileName()));
+        };
+        m_window = std::make_unique<MainWindow>(*m_store, *m_updater, *m_metadata, dialogs, m_home->settings);
+        actions().addMusic->trigger();
+        QTRY_COMPARE(m_store->tracks().size(), 1);
+        actions().addSongsFromPlaylist->trigger();
+        QTRY_COMPARE(m_store->tracks().size(), 3);
+        m_store->clear();
+        m_store->setTracks({fixtures::trackAt(song)});
+        actions().openPlaylist->trigger();
+        QTRY_COMPARE(m_store->playlistURL(), QUrl::fromLocalFile(playlist.fileName()));
+        QCOMPARE(m_store->tracks().size(), 2);
+    }
+
+    void about() {
+        actions().about->trigger();
+        auto* box = m_window->findChild<QDialog*>("about");
+        QVERIFY(box && box->isVisible());
+        const QString credits = box->findChild<QLabel*>("credits")->text();
+        QVERIFY2(credits.startsWith("Created by <a href=\"https://"), qPrintable(credits));
+    }
+
     // The two one-button alerts: the manual check's result and the store's error.
     void messages() {
         m_updater->setManualCheckResult(QString("You're up to date."));

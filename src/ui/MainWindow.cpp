@@ -15,12 +15,15 @@
 
 #include <QAction>
 #include <QBoxLayout>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QEvent>
 #include <QFrame>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
+#include <QMimeData>
 #include <QProgressBar>
 #include <QScreen>
 #include <QSettings>
@@ -77,6 +80,7 @@ MainWindow::MainWindow(LibraryStore& store, UpdateChecker& updater, MetadataServ
                                   {[this] { showAbout(); }, [this] { setListVisible(!isListVisible()); }}))
     , m_alerts(new WindowAlerts(store, updater, this)) {
     setObjectName(QStringLiteral("main"));
+    setAcceptDrops(true);
     m_actions->fillMenuBar(menuBar());
     buildToolbar();
     setCentralWidget(buildContent());
@@ -133,7 +137,7 @@ void MainWindow::buildToolbar() {
     toolbar->addWidget(add);
 
     QAction* save = m_actions->savePlaylist;
-    save->setIcon(FloppyDiskIcon::icon(15, palette().color(QPalette::ButtonText)));
+    showSaveIcon();
     save->setToolTip(QStringLiteral("Save this playlist as M3U"));
     toolbar->addAction(save);
     QAction* close = m_actions->closePlaylist;
@@ -351,6 +355,28 @@ void MainWindow::resizeWindowForList(bool collapsing) {
     resize(width(), target);
     if (collapsing)
         setMaximumHeight(target);
+}
+
+void MainWindow::showSaveIcon() {
+    m_actions->savePlaylist->setIcon(FloppyDiskIcon::icon(15, palette().color(QPalette::ButtonText)));
+}
+
+void MainWindow::changeEvent(QEvent* event) {
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        showSaveIcon(); // light and dark themes swap while running
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+    if (event->mimeData()->hasUrls())
+        event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+    if (!event->mimeData()->hasUrls())
+        return;
+    event->acceptProposedAction();
+    openUrls(event->mimeData()->urls());
 }
 
 void MainWindow::showAbout() {

@@ -61,6 +61,10 @@ signals:
 
 protected:
     void showEvent(QShowEvent* event) override;
+    void changeEvent(QEvent* event) override;
+    // Files dropped anywhere on the window; the song list takes those dropped on it itself.
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
     bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
@@ -73,6 +77,7 @@ private:
     void resizeWindowForList(bool collapsing);
     int chromeHeight() const;
     void showAbout();
+    void showSaveIcon();
 
     LibraryStore& m_store;
     MetadataService& m_metadata;

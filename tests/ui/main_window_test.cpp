@@ -6,6 +6,8 @@
 #include "services/UpdateChecker.h"
 #include "store/LibraryStore.h"
 #include "ui/MainWindow.h"
+#include "ui/SongListArea.h"
+#include "ui/TrackInspector.h"
 #include "ui/WindowActions.h"
 
 #include "support/FakeAudioPlayer.h"
@@ -318,6 +320,26 @@ private slots:
         actions().openPlaylist->trigger();
         QTRY_COMPARE(m_store->playlistURL(), QUrl::fromLocalFile(playlist.fileName()));
         QCOMPARE(m_store->tracks().size(), 2);
+    }
+
+    // A song asking for its inspector opens one over the window.
+    void inspect() {
+        m_store->setTracks({fixtures::trackAt(m_home->dir.filePath("a.mp3"))});
+        emit m_window->findChild<SongListArea*>()->inspectRequested(m_store->tracks().first());
+        auto* inspector = m_window->findChild<TrackInspector*>();
+        QVERIFY(inspector && inspector->isVisible());
+        QCOMPARE(inspector->windowModality(), Qt::WindowModal);
+    }
+
+    // Started with the list hidden, the window opens at its fixed part's height.
+    void startsHidden() {
+        m_home->settings.setValue(MainWindow::songListVisibleKey, false);
+        MainWindow window(*m_store, *m_updater, *m_metadata, FileDialogs{}, m_home->settings);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QTRY_VERIFY(window.height() < 300);
+        window.setListVisible(true);
+        QTRY_VERIFY(window.height() > 500);
     }
 
     void about() {

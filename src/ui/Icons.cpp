@@ -198,6 +198,13 @@ const QHash<QString, std::function<Drawing()>>& drawings() {
              can.addPath(line({6, 2}, {10, 2}));
              return Drawing{can, {}};
          }},
+        {"network-offline",
+         [] {
+             QPainterPath path;
+             path.addEllipse(QRectF(1.5, 1.5, 13, 13));
+             path.addPath(line({3.5, 12.5}, {12.5, 3.5}));
+             return Drawing{path, {}};
+         }},
         {"image-x-generic",
          [] {
              QPainterPath frame;

@@ -36,13 +36,7 @@ OrvelleApp::OrvelleApp(QSettings& settings, AudioPlayerFactory audio, FileDialog
     connect(qApp, &QCoreApplication::aboutToQuit, m_store.get(), &LibraryStore::stopAccessingAll);
 }
 
-OrvelleApp::~OrvelleApp() {
-    // The window observes the others; it goes first, and the media controls before the store's engine.
-    m_window.reset();
-    m_nowPlaying.reset();
-    m_updater.reset();
-    m_store.reset();
-}
+OrvelleApp::~OrvelleApp() = default;
 
 void OrvelleApp::start() {
     m_window->show();

@@ -43,6 +43,8 @@ signals:
     void sessionRestored();
 
 private:
+    // Made in this order and so destroyed the other way round: the window, which observes the others,
+    // goes first, and the media controls before the store's engine.
     std::unique_ptr<LibraryStore> m_store;
     std::unique_ptr<UpdateChecker> m_updater;
     std::unique_ptr<NowPlaying> m_nowPlaying;

@@ -165,6 +165,7 @@ TransportBar::TransportBar(PlayerEngine& engine, CoverThumbnails& covers, QWidge
     m_next = makeButton(this, QStringLiteral("next"), QStringLiteral("Next song"));
     m_next->setIcon(Icons::named(QStringLiteral("media-skip-forward")));
     m_repeat = makeButton(this, QStringLiteral("repeat"), QStringLiteral("Repeat off"));
+    m_repeat->setCheckable(true); // highlighted, in the accent colour, while repeating
     buttons->addStretch();
     for (QToolButton* button : {m_shuffle, m_previous, m_playPause, m_next, m_repeat})
         buttons->addWidget(button);
@@ -324,8 +325,6 @@ void TransportBar::showRepeat() {
     const RepeatMode mode = m_engine.repeatMode();
     m_repeat->setIcon(Icons::named(mode == RepeatMode::One ? QStringLiteral("media-playlist-repeat-song")
                                                            : QStringLiteral("media-playlist-repeat")));
-    // The button is highlighted, in the accent colour, while repeating.
-    m_repeat->setCheckable(true);
     m_repeat->setChecked(mode != RepeatMode::Off);
     const QString help = mode == RepeatMode::Off   ? QStringLiteral("Repeat off")
                          : mode == RepeatMode::All ? QStringLiteral("Repeat all")

@@ -7,6 +7,7 @@
 #include "library/SessionFile.h"
 #include "store/LibraryStore.h"
 #include "support/Await.h"
+#include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 
 #include <QCoreApplication>
@@ -41,17 +42,6 @@ bool makeLibrary(fixtures::MusicFolder& music, const QString& name, int albums, 
             return false;
     }
     return true;
-}
-
-qint64 residentKiB() {
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
-    }
-    return 0;
 }
 
 double secondsToAdd(LibraryStore& store, const QUrl& folder) {
@@ -125,10 +115,10 @@ int main(int argc, char** argv) {
         SessionFile::write(writer.tracks());
     }
 
-    const qint64 before = residentKiB();
+    const qint64 before = fixtures::residentKiB();
     LibraryStore store(&settings, noPlayer, noChooser);
     const double first = secondsToRestore(store);
-    const qint64 after = residentKiB();
+    const qint64 after = fixtures::residentKiB();
     const auto count = store.tracks().size();
     LibraryStore second(&settings, noPlayer, noChooser);
     const double again = secondsToRestore(second);

@@ -202,6 +202,14 @@ void MprisPlayer::SetPosition(const QDBusObjectPath& trackId, qlonglong position
     });
 }
 
+void MprisPlayer::OpenUri(const QString& uri) {
+    const QUrl url(uri);
+    if (!url.isLocalFile() || !m_open)
+        return;
+    QMetaObject::invokeMethod(
+        this, [open = m_open, url] { open(url); }, Qt::QueuedConnection);
+}
+
 MprisPlayer::Capabilities MprisPlayer::capabilities() const {
     const bool hasQueue = m_engine && !m_engine->queue().isEmpty();
     return {.canGoNext = hasQueue,

@@ -52,6 +52,9 @@ public:
     // the adaptor then leaves it alone.
     MprisPlayer(QObject* parent, PlayerEngine* engine, const QDBusConnection& bus);
 
+    // Where OpenUri's file goes (the window); without one OpenUri does nothing.
+    void setOpenHandler(std::function<void(const QUrl&)> handler) { m_open = std::move(handler); }
+
     // The engine's now-playing updates.
     void publish(const NowPlayingInfo& info, NowPlayingState state);
     void clear();
@@ -82,6 +85,7 @@ public slots:
     void Play();
     void Seek(qlonglong offset);
     void SetPosition(const QDBusObjectPath& trackId, qlonglong position);
+    void OpenUri(const QString& uri);
 
 signals:
     void Seeked(qlonglong position);
@@ -105,6 +109,7 @@ private:
     std::optional<QUrl> artUrl(const Track& track);
 
     QPointer<PlayerEngine> m_engine;
+    std::function<void(const QUrl&)> m_open;
     QDBusConnection m_bus;
     std::shared_ptr<ArtworkFileCache> m_artwork;      // shared with the writes in flight
     QHash<QByteArray, std::optional<QUrl>> m_artUrls; // artwork key -> its file (none: not an image)

@@ -8,7 +8,7 @@
 // org.mpris.MediaPlayer2: who the player is and the window requests (raise, quit).
 //
 // The requests go to the callbacks given at construction, on the main thread; the window decides what
-// they do. Opening URIs is not offered, so the scheme and MIME type lists are empty.
+// they do. Local files can be opened (through the player interface's OpenUri).
 class MprisRoot : public QDBusAbstractAdaptor {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.mpris.MediaPlayer2")
@@ -28,10 +28,10 @@ public:
     bool canRaise() const { return true; }
     bool hasTrackList() const { return false; }
     QString identity() const { return QStringLiteral("Orvelle"); }
-    // The desktop file's name without ".desktop" (data/orvelle.desktop).
-    QString desktopEntry() const { return QStringLiteral("orvelle"); }
-    QStringList supportedUriSchemes() const { return {}; }
-    QStringList supportedMimeTypes() const { return {}; }
+    // The desktop file's name without ".desktop": the application id (data/org.orvelle.Orvelle.desktop).
+    QString desktopEntry() const { return QStringLiteral("org.orvelle.Orvelle"); }
+    QStringList supportedUriSchemes() const { return {QStringLiteral("file")}; }
+    QStringList supportedMimeTypes() const;
 
 public slots:
     void Raise();

@@ -18,6 +18,7 @@ NowPlaying::NowPlaying(PlayerEngine* engine, QObject* parent)
     , m_player(new MprisPlayer(this, engine, m_bus)) {
     new MprisRoot(
         this, [this] { emit raiseRequested(); }, [this] { emit quitRequested(); });
+    m_player->setOpenHandler([this](const QUrl& url) { emit openRequested(url); });
     m_serviceName = registerOnBus();
     engine->setNowPlayingPublisher(this);
 }

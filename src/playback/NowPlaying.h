@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QUrl>
 
 class MprisPlayer;
 class PlayerEngine;
@@ -33,9 +34,10 @@ public:
     void clear() override;
 
 signals:
-    // A desktop client asked to show the window, or to quit the program.
+    // A desktop client asked to show the window, to quit the program, or to open a file.
     void raiseRequested();
     void quitRequested();
+    void openRequested(const QUrl& url);
 
 private:
     QString registerOnBus();

@@ -31,7 +31,7 @@ using SaveDestinationChooser = std::function<std::optional<QUrl>(const QString& 
 // Lives on the main thread and is the only writer of `tracks`. Every change of `tracks` is handed at once to
 // the engine (setQueue) and restarts the 0.7 s countdown of the session save, which writes LastSession.m3u8
 // and the bookmark store. Outcomes reach the user as fixed sentences in `status` (information) and
-// `errorMessage` (an alert); a null QString means none.
+// `errorMessage` (an alert); a null QString means none. The engine's playback errors become the status too.
 //
 // Asynchronous operations return a QFuture<void> that finishes on the main thread once the operation's
 // list change (or its failure) is done; the list is never locked meanwhile, so edits made while an import

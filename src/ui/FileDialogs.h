@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 #include <functional>
@@ -24,3 +25,12 @@ struct FileDialogs {
     // The desktop's own dialogs where Qt offers them (the portal), Qt's otherwise.
     static FileDialogs system();
 };
+
+// The file the save dialog's answer stands for: kept when its extension (in any case) is a playlist
+// extension, otherwise with ".m3u8" appended, so "Mix.txt" is saved as "Mix.txt.m3u8".
+QUrl playlistSaveUrl(const QUrl& chosen);
+
+// Name filters standing in for file types: the fifteen playable extensions (nothing else may be chosen),
+// and the playlist extensions followed by "All files" (the user may still pick any file).
+QStringList audioNameFilters();
+QStringList playlistNameFilters();

@@ -238,6 +238,9 @@ private slots:
         QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 0}));
         call(root + ".Quit");
         QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 1}));
+        QSignalSpy open(m_nowPlaying.get(), &NowPlaying::openRequested);
+        call(playerInterface + ".OpenUri", {"string:file:///music/a%20b.mp3"});
+        QTRY_COMPARE(open.value(0).value(0).toUrl(), QUrl::fromLocalFile("/music/a b.mp3"));
     }
 
     // What clients are told without asking: jumps of the position and changed properties, but nothing

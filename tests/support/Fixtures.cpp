@@ -1,6 +1,7 @@
 #include "support/Fixtures.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
@@ -73,6 +74,17 @@ bool makeAudio(const QString& path, double seconds, const QStringList& extraArgu
 QString corpusFile(const QString& relativePath) {
     const QString path = QDir(QStringLiteral(ORVELLE_SHARED_CORPUS)).filePath(relativePath);
     return QFileInfo::exists(path) ? QDir::cleanPath(path) : QString();
+}
+
+qint64 residentKiB() {
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').first().toLongLong();
+    }
+    return 0;
 }
 
 } // namespace fixtures

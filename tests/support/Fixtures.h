@@ -31,4 +31,7 @@ bool makeAudio(const QString& path, double seconds = 1.0, const QStringList& ext
 // (tests then QSKIP the cases that need it).
 QString corpusFile(const QString& relativePath);
 
+// This process's resident memory, from /proc (benchmarks report it); 0 when it cannot be read.
+qint64 residentKiB();
+
 } // namespace fixtures

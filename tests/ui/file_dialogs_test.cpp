@@ -1,0 +1,41 @@
+// The save dialog's extension rule and the name filters standing in for file types.
+#include "ui/FileDialogs.h"
+
+#include <QTest>
+
+class FileDialogsTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void saveExtension_data() {
+        QTest::addColumn<QString>("chosen");
+        QTest::addColumn<QString>("saved");
+        QTest::addRow("other extension") << "/music/Mix.txt"
+                                         << "/music/Mix.txt.m3u8";
+        QTest::addRow("no extension") << "/music/Mix"
+                                      << "/music/Mix.m3u8";
+        QTest::addRow("upper-case pls kept") << "/music/Mix.PLS"
+                                             << "/music/Mix.PLS";
+        QTest::addRow("m3u kept") << "/music/Mix.m3u"
+                                  << "/music/Mix.m3u";
+        QTest::addRow("dot in folder only") << "/music.d/Mix"
+                                            << "/music.d/Mix.m3u8";
+    }
+
+    void saveExtension() {
+        QFETCH(QString, chosen);
+        QFETCH(QString, saved);
+        QCOMPARE(playlistSaveUrl(QUrl::fromLocalFile(chosen)), QUrl::fromLocalFile(saved));
+    }
+
+    void filters() {
+        QCOMPARE(playlistNameFilters(), (QStringList{"Playlists (*.m3u *.m3u8 *.pls)", "All files (*)"}));
+        const QStringList audio = audioNameFilters();
+        QCOMPARE(audio.size(), 1);
+        QCOMPARE(audio.first().count("*."), 15);
+        QVERIFY(audio.first().contains("*.caf") && audio.first().contains("*.flac"));
+    }
+};
+
+QTEST_MAIN(FileDialogsTest)
+#include "file_dialogs_test.moc"

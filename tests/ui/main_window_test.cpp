@@ -1,0 +1,367 @@
+// The main window over a real store, engine and update checker, with a scripted audio player and file
+// dialogs that answer in place of the user: commands and their enabled states, the list's visibility,
+// the search field, the status line and every alert.
+#include "playback/PlayerEngine.h"
+#include "services/MetadataService.h"
+#include "services/UpdateChecker.h"
+#include "store/LibraryStore.h"
+#include "ui/MainWindow.h"
+#include "ui/SongListArea.h"
+#include "ui/TrackInspector.h"
+#include "ui/WindowActions.h"
+
+#include "support/FakeAudioPlayer.h"
+#include "support/ScratchHome.h"
+
+#include <QAction>
+#include <QDesktopServices>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+
+class MainWindowTest : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<fixtures::ScratchHome> m_home;
+    fixtures::FakeAudioBackend m_backend;
+    std::optional<QUrl> m_saveAnswer; // what the save dialog answers
+    std::unique_ptr<LibraryStore> m_store;
+    std::unique_ptr<UpdateChecker> m_updater;
+    std::unique_ptr<MetadataService> m_metadata;
+    std::unique_ptr<MainWindow> m_window;
+    QList<QUrl> m_opened; // addresses handed to the desktop
+
+    WindowActions& actions() { return m_window->actions(); }
+    PlayerEngine& engine() { return *m_store->engine(); }
+
+    // Three songs of 60 s each, as a list with changes not yet saved to a file.
+    void fillPlaylist() {
+        QList<Track> tracks;
+        for (const QString name : {"a", "b", "c", "d"}) {
+            tracks << fixtures::trackAt(m_home->dir.filePath(name + ".mp3"), name.toUpper(), true);
+            tracks.last().duration = 60;
+        }
+        m_store->setTracks(tracks);
+        m_store->remove({tracks.last().id});
+    }
+
+    QMessageBox* alert(const QString& name) { return m_window->findChild<QMessageBox*>(name); }
+
+    void press(const QString& name, const QString& button) {
+        QMessageBox* box = alert(name);
+        QVERIFY2(box && box->isVisible(), qPrintable(name));
+        const QList<QAbstractButton*> buttons = box->buttons();
+        const auto it = std::find_if(buttons.begin(), buttons.end(),
+                                     [&](QAbstractButton* b) { return b->text() == button; });
+        QVERIFY2(it != buttons.end(), qPrintable(button));
+        (*it)->click();
+        QTRY_VERIFY(!alert(name));
+    }
+
+    UpdateChecker::Release release(bool withNotesUrl) {
+        UpdateChecker::Release offer;
+        offer.latestVersion = "2.0";
+        offer.downloadURL = QUrl("https://example.org/orvelle-2.0.deb");
+        offer.notes = "Faster.";
+        if (withNotesUrl)
+            offer.releaseNotesURL = QUrl("https://example.org/notes");
+        return offer;
+    }
+
+public slots:
+    void openUrl(const QUrl& url) { m_opened << url; }
+
+private slots:
+    void initTestCase() {
+        QDesktopServices::setUrlHandler("https", this, "openUrl");
+        qputenv("ORVELLE_UPDATE_FEED_URL", "http://127.0.0.1:9/appcast.json");
+    }
+    void cleanupTestCase() { QDesktopServices::unsetUrlHandler("https"); }
+
+    void init() {
+        m_home = std::make_unique<fixtures::ScratchHome>();
+        m_saveAnswer.reset();
+        m_opened.clear();
+        m_store = std::make_unique<LibraryStore>(&m_home->settings, m_backend.factory(),
+                                                 [this](const QString&) { return m_saveAnswer; });
+        m_updater = std::make_unique<UpdateChecker>(&m_home->settings, "1.0");
+        m_metadata = std::make_unique<MetadataService>("http://127.0.0.1:9/ws/2/recording");
+        FileDialogs dialogs;
+        dialogs.choosePlaylistFile = [](QWidget*) { return std::optional<QUrl>(); };
+        dialogs.chooseMusicFiles = dialogs.chooseFolders = [](QWidget*) { return QList<QUrl>(); };
+        m_window = std::make_unique<MainWindow>(*m_store, *m_updater, *m_metadata, dialogs, m_home->settings);
+    }
+    void cleanup() {
+        m_window.reset();
+        m_metadata.reset();
+        m_updater.reset();
+        m_store.reset();
+    }
+
+    void enabledStates_data() {
+        QTest::addColumn<bool>("full");
+        QTest::addRow("empty playlist") << false;
+        QTest::addRow("songs") << true;
+    }
+    void enabledStates() {
+        QFETCH(bool, full);
+        if (full)
+            fillPlaylist();
+        WindowActions& a = actions();
+        for (QAction* action : {a.closePlaylist, a.savePlaylist, a.savePlaylistAs, a.playPause})
+            QVERIFY2(action->isEnabled() == full, qPrintable(action->text()));
+        for (QAction* action : {a.addMusic, a.addFolder, a.openPlaylist, a.addSongsFromPlaylist, a.next,
+                                a.previous, a.skipForward, a.skipBack, a.shuffle, a.repeatOff, a.volumeUp,
+                                a.volumeDown, a.toggleSongList, a.about, a.checkForUpdates})
+            QVERIFY2(action->isEnabled(), qPrintable(action->text()));
+        m_updater->checkNow();
+        QVERIFY(!a.checkForUpdates->isEnabled());
+        QTRY_VERIFY(a.checkForUpdates->isEnabled());
+    }
+
+    void playPauseText() {
+        fillPlaylist();
+        QCOMPARE(actions().playPause->text(), "Play");
+        engine().playTrackAt(0);
+        QCOMPARE(actions().playPause->text(), "Pause");
+        engine().pause(); // loaded but paused
+        QCOMPARE(actions().playPause->text(), "Play");
+        actions().repeatOne->trigger();
+        QVERIFY(engine().repeatMode() == RepeatMode::One);
+    }
+
+    // Space plays and pauses, except in a text field, which takes it as text.
+    void spaceInSearchField() {
+        fillPlaylist();
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+        auto* search = m_window->findChild<QLineEdit*>("search");
+        QTest::keyClick(m_window.get(), Qt::Key_F, Qt::ControlModifier);
+        QVERIFY(search->hasFocus());
+        QTest::keyClick(search, Qt::Key_Space);
+        QCOMPARE(search->text(), " ");
+        QVERIFY(!engine().isPlaying());
+        QTest::keyClick(search, Qt::Key_Escape);
+        QCOMPARE(search->text(), "");
+        m_window->setFocus();
+        QTest::keyClick(m_window.get(), Qt::Key_Space);
+        QVERIFY(engine().isPlaying());
+    }
+
+    // The View menu's item flips the stored preference; absent counts as shown.
+    void songListPreference() {
+        QVERIFY(!m_home->settings.contains(MainWindow::songListVisibleKey));
+        actions().toggleSongList->trigger();
+        QCOMPARE(m_home->settings.value(MainWindow::songListVisibleKey), QVariant(false));
+        QVERIFY(!m_window->isListVisible());
+        fillPlaylist();
+        QCOMPARE(m_window->findChild<QLabel*>("hiddenCaption")->text(), "3 songs hidden");
+        QCOMPARE(m_window->findChild<QToolButton*>("listToggle")->toolTip(), "Show the song list");
+        actions().toggleSongList->trigger();
+        QCOMPARE(m_home->settings.value(MainWindow::songListVisibleKey), QVariant(true));
+    }
+
+    // A search shows a hidden list and hides it again when cleared, unless the user showed it.
+    void searchShowsList() {
+        auto* search = m_window->findChild<QLineEdit*>("search");
+        m_window->setListVisible(false);
+        search->setText("be");
+        QVERIFY(m_window->isListVisible());
+        search->clear();
+        QVERIFY(!m_window->isListVisible());
+        m_window->setListVisible(true);
+        search->setText("be");
+        search->clear();
+        QVERIFY(m_window->isListVisible());
+    }
+
+    // Hiding the list shrinks the window to its fixed part, keeping its top; showing it restores it.
+    void hidingResizesWindow() {
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+        const QRect before = m_window->geometry();
+        m_window->setListVisible(false);
+        QTRY_VERIFY(m_window->height() < before.height() - 200);
+        QCOMPARE(m_window->geometry().top(), before.top());
+        m_window->setListVisible(true);
+        QTRY_COMPARE(m_window->geometry(), before);
+    }
+
+    void titleAndSubtitle() {
+        QCOMPARE(m_window->subtitle(), "0 songs");
+        QCOMPARE(m_window->windowTitle(), "Untitled Playlist[*]");
+        fillPlaylist();
+        QCOMPARE(m_window->subtitle(), "3 songs · 3:00");
+        m_saveAnswer = QUrl::fromLocalFile(m_home->dir.filePath("Mix.m3u8"));
+        m_store->save();
+        QCOMPARE(m_window->windowTitle(), "Mix[*]");
+        QVERIFY(!m_window->isWindowModified());
+        m_store->moveTrack(m_store->tracks().first().id, 1);
+        QVERIFY(m_window->isWindowModified());
+        QVERIFY2(m_window->subtitle().startsWith("3 songs · 3:00 · Edited"),
+                 qPrintable(m_window->subtitle()));
+        // A song that cannot be played says why there.
+        m_backend.unreadable.insert(m_store->tracks().first().url.toLocalFile(), "Broken file.");
+        engine().playTrackAt(0);
+        QVERIFY2(m_window->subtitle().contains("Broken file."), qPrintable(m_window->subtitle()));
+    }
+
+    void closeConfirmation_data() {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<bool>("saveChosen");
+        QTest::addColumn<int>("songsLeft");
+        QTest::addRow("close without saving") << "Close Without Saving" << false << 0;
+        QTest::addRow("cancel") << "Cancel" << false << 3;
+        QTest::addRow("save first, dialog cancelled") << "Save First…" << false << 3;
+        QTest::addRow("save first, saved") << "Save First…" << true << 0;
+    }
+    void closeConfirmation() {
+        QFETCH(QString, button);
+        QFETCH(bool, saveChosen);
+        QFETCH(int, songsLeft);
+        fillPlaylist();
+        if (saveChosen)
+            m_saveAnswer = QUrl::fromLocalFile(m_home->dir.filePath("Saved.m3u8"));
+        actions().closePlaylist->trigger();
+        QCOMPARE(alert("closeConfirmation")->text(), "Close this playlist?");
+        press("closeConfirmation", button);
+        QCOMPARE(m_store->tracks().size(), songsLeft);
+        QVERIFY(!m_store->pendingClearConfirmation());
+        QCOMPARE(QFile::exists(m_home->dir.filePath("Saved.m3u8")), saveChosen);
+    }
+
+    void replaceConfirmation_data() {
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<QStringList>("titles");
+        QTest::addRow("replace") << "Replace" << QStringList{"new"};
+        QTest::addRow("cancel") << "Cancel" << QStringList{"A", "B", "C"};
+    }
+    void replaceConfirmation() {
+        QFETCH(QString, button);
+        QFETCH(QStringList, titles);
+        fillPlaylist();
+        QFile playlist(m_home->dir.filePath("other.m3u"));
+        QVERIFY(playlist.open(QIODevice::WriteOnly));
+        playlist.write("#EXTM3U\n#EXTINF:1,x - new\nnew.mp3\n");
+        playlist.close();
+        m_store->requestOpenPlaylist(QUrl::fromLocalFile(playlist.fileName()));
+        QCOMPARE(alert("replaceConfirmation")->text(), "Replace the current playlist?");
+        press("replaceConfirmation", button);
+        QVERIFY(m_store->pendingOpenURL().isEmpty());
+        const auto shown = [this] {
+            QStringList names;
+            for (const Track& track : m_store->tracks())
+                names << displayTitle(track);
+            return names;
+        };
+        QTRY_COMPARE(shown(), titles);
+    }
+
+    void updateAvailable_data() {
+        QTest::addColumn<bool>("notesUrl");
+        QTest::addColumn<QString>("button");
+        QTest::addColumn<QString>("opened");
+        QTest::addColumn<QString>("skipped");
+        QTest::addRow("download") << false << "Download"
+                                  << "https://example.org/orvelle-2.0.deb"
+                                  << "";
+        QTest::addRow("what's new") << true << "What's New"
+                                    << "https://example.org/notes"
+                                    << "";
+        QTest::addRow("skip") << true << "Skip This Version"
+                              << ""
+                              << "2.0";
+        QTest::addRow("later") << false << "Later"
+                               << ""
+                               << "";
+    }
+    void updateAvailable() {
+        QFETCH(bool, notesUrl);
+        QFETCH(QString, button);
+        QFETCH(QString, opened);
+        QFETCH(QString, skipped);
+        m_updater->setAvailableUpdate(release(notesUrl));
+        QMessageBox* box = alert("updateAvailable");
+        QCOMPARE(box->text(), "A new version is available");
+        QCOMPARE(box->informativeText(), "Version 2.0 is available. You have 1.0.\n\nFaster.");
+        QCOMPARE(box->buttons().size(), notesUrl ? 4 : 3);
+        press("updateAvailable", button);
+        QCOMPARE(m_opened, opened.isEmpty() ? QList<QUrl>() : QList<QUrl>{QUrl(opened)});
+        QCOMPARE(m_home->settings.value(UpdateChecker::skippedVersionKey).toString(), skipped);
+        QVERIFY(!m_updater->availableUpdate());
+    }
+
+    // The file commands hand what the dialogs chose to the store: Add Music adds, Add Songs from
+    // Playlist appends the playlist's songs, Open Playlist replaces the (saved) list.
+    void fileCommands() {
+        const QString song = m_home->dir.filePath("new.mp3");
+        QFile(song).open(QIODevice::WriteOnly);
+        QFile playlist(m_home->dir.filePath("list.m3u"));
+        QVERIFY(playlist.open(QIODevice::WriteOnly));
+        playlist.write("new.mp3\nnew.mp3\n");
+        playlist.close();
+        FileDialogs dialogs;
+        dialogs.chooseMusicFiles = [&](QWidget*) { return QList<QUrl>{QUrl::fromLocalFile(song)}; };
+        dialogs.choosePlaylistFile = [&](QWidget*) {
+            return std::optional(QUrl::fromLocalFile(playlist.fileName()));
+        };
+        m_window = std::make_unique<MainWindow>(*m_store, *m_updater, *m_metadata, dialogs, m_home->settings);
+        actions().addMusic->trigger();
+        QTRY_COMPARE(m_store->tracks().size(), 1);
+        actions().addSongsFromPlaylist->trigger();
+        QTRY_COMPARE(m_store->tracks().size(), 3);
+        m_store->clear();
+        m_store->setTracks({fixtures::trackAt(song)});
+        actions().openPlaylist->trigger();
+        QTRY_COMPARE(m_store->playlistURL(), QUrl::fromLocalFile(playlist.fileName()));
+        QCOMPARE(m_store->tracks().size(), 2);
+    }
+
+    // A song asking for its inspector opens one over the window.
+    void inspect() {
+        m_store->setTracks({fixtures::trackAt(m_home->dir.filePath("a.mp3"))});
+        emit m_window->findChild<SongListArea*>()->inspectRequested(m_store->tracks().first());
+        auto* inspector = m_window->findChild<TrackInspector*>();
+        QVERIFY(inspector && inspector->isVisible());
+        QCOMPARE(inspector->windowModality(), Qt::WindowModal);
+    }
+
+    // Started with the list hidden, the window opens at its fixed part's height.
+    void startsHidden() {
+        m_home->settings.setValue(MainWindow::songListVisibleKey, false);
+        MainWindow window(*m_store, *m_updater, *m_metadata, FileDialogs{}, m_home->settings);
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QTRY_VERIFY(window.height() < 300);
+        window.setListVisible(true);
+        QTRY_VERIFY(window.height() > 500);
+    }
+
+    void about() {
+        actions().about->trigger();
+        auto* box = m_window->findChild<QDialog*>("about");
+        QVERIFY(box && box->isVisible());
+        const QString credits = box->findChild<QLabel*>("credits")->text();
+        QVERIFY2(credits.startsWith("Created by <a href=\"https://"), qPrintable(credits));
+    }
+
+    // The two one-button alerts: the manual check's result and the store's error.
+    void messages() {
+        m_updater->setManualCheckResult(QString("You're up to date."));
+        QCOMPARE(alert("updateResult")->informativeText(), "You're up to date.");
+        press("updateResult", "OK");
+        QVERIFY(!m_updater->manualCheckResult());
+        m_store->setErrorMessage("The file could not be saved.");
+        QCOMPARE(alert("error")->text(), "Something went wrong");
+        press("error", "OK");
+        QVERIFY(m_store->errorMessage().isEmpty());
+    }
+};
+
+QTEST_MAIN(MainWindowTest)
+#include "main_window_test.moc"

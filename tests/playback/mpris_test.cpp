@@ -229,7 +229,7 @@ private slots:
         QCOMPARE(
             property("Identity", root) + property("CanRaise", root) + property("CanQuit", root) +
                 property("DesktopEntry", root),
-            "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string \"orvelle\"");
+            "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string \"org.orvelle.Orvelle\"");
 
         // Each request is counted on its own signal, so one sent for the other shows.
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);

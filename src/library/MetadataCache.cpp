@@ -145,55 +145,35 @@ void MetadataCache::discard(const char* reason) {
     m_usable = false;
     m_filesOfFolder.reset();
     m_folder.reset();
-    m_loadedFolder.reset();
-    m_folderFiles.clear();
     QSqlDatabase::database(m_connection, false).close();
     for (const char* suffix : {"", "-wal", "-shm"})
         QFile::remove(m_file + QLatin1String(suffix));
 }
 
-bool MetadataCache::loadFolder(const QByteArray& folder) {
-    m_loadedFolder = folder;
-    m_folderFiles.clear();
+QHash<QByteArray, MetadataCache::StoredFile> MetadataCache::filesIn(const QByteArray& folder) {
+    QHash<QByteArray, StoredFile> files;
+    if (!m_usable)
+        return files;
     m_filesOfFolder->bindValue(0, folder);
     if (!m_filesOfFolder->exec()) {
         discard(qPrintable(m_filesOfFolder->lastError().text()));
-        return false;
+        return files;
     }
     while (m_filesOfFolder->next()) {
         const FileStamp stamp{true, true, m_filesOfFolder->value(1).toLongLong(),
                               m_filesOfFolder->value(2).toLongLong()};
-        m_folderFiles.insert(m_filesOfFolder->value(0).toByteArray(),
-                             {stamp, m_filesOfFolder->value(3).toByteArray()});
+        files.insert(m_filesOfFolder->value(0).toByteArray(),
+                     {stamp, m_filesOfFolder->value(3).toByteArray()});
     }
     if (m_filesOfFolder->lastError().isValid()) {
         discard(qPrintable(m_filesOfFolder->lastError().text()));
-        return false;
+        return {};
     }
     m_filesOfFolder->finish();
-    return true;
+    return files;
 }
 
-std::optional<FileFacts> MetadataCache::facts(const QByteArray& path, const FileStamp& stamp) {
-    if (!m_usable || !stamp.regular)
-        return std::nullopt;
-    const auto [folder, name] = splitPath(path);
-    if (folder != m_loadedFolder && !loadFolder(folder))
-        return std::nullopt;
-    const auto entry = m_folderFiles.constFind(name);
-    if (entry == m_folderFiles.cend() || entry->first != stamp)
-        return std::nullopt;
-    return decoded(entry->second);
-}
-
-MetadataCache::FolderEntry MetadataCache::folderStamp(const QByteArray& folderPath) {
-    return {folderPath,
-            FileStamp::of(folderPath).modified,
-            FileStamp::of(splitPath(folderPath).first).modified,
-            {}};
-}
-
-std::optional<FolderPicture> MetadataCache::folderPicture(const QByteArray& folderPath) {
+std::optional<MetadataCache::StoredFolder> MetadataCache::folder(const QByteArray& folderPath) {
     if (!m_usable)
         return std::nullopt;
     m_folder->bindValue(0, folderPath);
@@ -203,18 +183,39 @@ std::optional<FolderPicture> MetadataCache::folderPicture(const QByteArray& fold
     }
     if (!m_folder->next())
         return std::nullopt;
-    const FolderEntry now = folderStamp(folderPath);
+    StoredFolder stored;
+    stored.entry = {folderPath, m_folder->value(0).toLongLong(), m_folder->value(1).toLongLong(), {}};
     const QByteArray image = m_folder->value(2).toByteArray();
-    const FileStamp imageStamp = image.isEmpty() ? FileStamp() : FileStamp::of(image);
-    const bool current = now.modified == m_folder->value(0).toLongLong() &&
-                         now.parentModified == m_folder->value(1).toLongLong() &&
-                         (image.isEmpty() || (imageStamp.size == m_folder->value(3).toLongLong() &&
-                                              imageStamp.modified == m_folder->value(4).toLongLong()));
-    FolderPicture picture;
-    if (!image.isEmpty())
-        picture = {QUrl::fromLocalFile(QFile::decodeName(image)), m_folder->value(5).toByteArray()};
+    if (!image.isEmpty()) {
+        stored.entry.picture = {QUrl::fromLocalFile(QFile::decodeName(image)),
+                                m_folder->value(5).toByteArray()};
+        stored.image = {true, true, m_folder->value(3).toLongLong(), m_folder->value(4).toLongLong()};
+    }
     m_folder->finish();
-    return current ? std::optional(picture) : std::nullopt;
+    return stored;
+}
+
+std::optional<FileFacts> MetadataCache::facts(const StoredFile& stored, const FileStamp& stamp) {
+    if (!stamp.regular || stored.stamp != stamp)
+        return std::nullopt;
+    return decoded(stored.facts);
+}
+
+MetadataCache::FolderEntry MetadataCache::folderStamp(const QByteArray& folderPath) {
+    return {folderPath,
+            FileStamp::of(folderPath).modified,
+            FileStamp::of(splitPath(folderPath).first).modified,
+            {}};
+}
+
+std::optional<FolderPicture> MetadataCache::picture(const StoredFolder& stored) {
+    const FolderEntry now = folderStamp(stored.entry.path);
+    if (now.modified != stored.entry.modified || now.parentModified != stored.entry.parentModified)
+        return std::nullopt;
+    const FolderPicture& picture = stored.entry.picture;
+    if (!picture.imageUrl.isEmpty() && FileStamp::of(imagePath(picture.imageUrl)) != stored.image)
+        return std::nullopt;
+    return picture;
 }
 
 void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders) {
@@ -261,8 +262,6 @@ void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEn
         discard(qPrintable(error));
         return;
     }
-    m_loadedFolder.reset();
-    m_folderFiles.clear();
 }
 
 QFuture<void> MetadataCache::rememberSaved(const Track& track, const QString& file) {

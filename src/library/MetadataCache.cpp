@@ -3,7 +3,6 @@
 #include "library/LibraryLog.h"
 #include "library/TrackArtwork.h"
 
-#include <QDataStream>
 #include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
@@ -15,29 +14,95 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cstring>
 
 namespace {
 
-constexpr auto streamVersion = QDataStream::Qt_6_4;
+// An entry's facts as bytes: each text as its length in UTF-16 units (4 bytes) and its units, the duration as
+// the 8 bytes of a double, the fingerprint as its length and bytes; all in this machine's byte order (the
+// cache never leaves it). Hand-made because a start decodes every entry: QDataStream costs a device each.
+class FactsWriter {
+public:
+    void text(const QString& value) { bytes(value.constData(), value.size() * qsizetype(sizeof(QChar))); }
+    void bytes(const void* data, qsizetype size) {
+        const quint32 length = quint32(size);
+        m_out.append(reinterpret_cast<const char*>(&length), sizeof length);
+        m_out.append(static_cast<const char*>(data), size);
+    }
+    void number(double value) { m_out.append(reinterpret_cast<const char*>(&value), sizeof value); }
+    QByteArray result() const { return m_out; }
+
+private:
+    QByteArray m_out;
+};
+
+class FactsReader {
+public:
+    explicit FactsReader(const QByteArray& in)
+        : m_in(in) {}
+    bool ok() const { return m_ok; }
+    bool atEnd() const { return m_at == m_in.size(); }
+    QByteArrayView bytes() {
+        quint32 length = 0;
+        if (!take(&length, sizeof length) || m_in.size() - m_at < qsizetype(length)) {
+            m_ok = false;
+            return {};
+        }
+        const QByteArrayView view = QByteArrayView(m_in).sliced(m_at, length);
+        m_at += length;
+        return view;
+    }
+    QString text() {
+        const QByteArrayView raw = bytes();
+        if (raw.size() % qsizetype(sizeof(QChar)) != 0)
+            m_ok = false;
+        return m_ok ? QString(reinterpret_cast<const QChar*>(raw.data()),
+                              raw.size() / qsizetype(sizeof(QChar)))
+                    : QString();
+    }
+    double number() {
+        double value = 0;
+        take(&value, sizeof value);
+        return value;
+    }
+
+private:
+    bool take(void* into, qsizetype size) {
+        if (!m_ok || m_in.size() - m_at < size)
+            return m_ok = false;
+        std::memcpy(into, m_in.constData() + m_at, size_t(size));
+        m_at += size;
+        return true;
+    }
+
+    const QByteArray& m_in;
+    qsizetype m_at = 0;
+    bool m_ok = true;
+};
 
 QByteArray encoded(const FileFacts& facts) {
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(streamVersion);
-    out << facts.title << facts.artist << facts.album << facts.duration << facts.tags.albumArtist
-        << facts.tags.trackNumber << facts.tags.year << facts.tags.genre << facts.tags.comment
-        << facts.embeddedArtwork;
-    return bytes;
+    FactsWriter out;
+    for (const QString* text : {&facts.title, &facts.artist, &facts.album})
+        out.text(*text);
+    out.number(facts.duration);
+    for (const QString* text : {&facts.tags.albumArtist, &facts.tags.trackNumber, &facts.tags.year,
+                                &facts.tags.genre, &facts.tags.comment})
+        out.text(*text);
+    out.bytes(facts.embeddedArtwork.constData(), facts.embeddedArtwork.size());
+    return out.result();
 }
 
 std::optional<FileFacts> decoded(const QByteArray& bytes) {
-    QDataStream in(bytes);
-    in.setVersion(streamVersion);
+    FactsReader in(bytes);
     FileFacts facts;
-    in >> facts.title >> facts.artist >> facts.album >> facts.duration >> facts.tags.albumArtist >>
-        facts.tags.trackNumber >> facts.tags.year >> facts.tags.genre >> facts.tags.comment >>
-        facts.embeddedArtwork;
-    if (in.status() != QDataStream::Ok || !in.atEnd())
+    for (QString* text : {&facts.title, &facts.artist, &facts.album})
+        *text = in.text();
+    facts.duration = in.number();
+    for (QString* text : {&facts.tags.albumArtist, &facts.tags.trackNumber, &facts.tags.year,
+                          &facts.tags.genre, &facts.tags.comment})
+        *text = in.text();
+    facts.embeddedArtwork = in.bytes().toByteArray();
+    if (!in.ok() || !in.atEnd())
         return std::nullopt;
     return facts;
 }

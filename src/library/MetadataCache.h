@@ -58,7 +58,7 @@ public:
     // $XDG_CACHE_HOME/Orvelle/metadata.sqlite
     static QString defaultFile();
     // Bumped whenever what the cache holds changes meaning; a cache of another version is not read.
-    static constexpr int version = 1;
+    static constexpr int version = 2;
 
     // False when the cache cannot be used at all (then every answer is "unknown" and nothing is kept).
     bool isUsable() const { return m_usable; }

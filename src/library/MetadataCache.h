@@ -57,11 +57,8 @@ public:
 
     // $XDG_CACHE_HOME/Orvelle/metadata.sqlite
     static QString defaultFile();
-    // Bumped whenever what the cache holds changes meaning; a cache of another version is not read.
+    // Bumped whenever what the cache holds changes meaning: an older cache is emptied, a newer one not used.
     static constexpr int version = 2;
-
-    // False when the cache cannot be used at all (then every answer is "unknown" and nothing is kept).
-    bool isUsable() const { return m_usable; }
 
     // An entry as stored, not yet checked against the file or decoded.
     struct StoredFile {
@@ -101,7 +98,7 @@ private:
 
     QString m_file;
     QString m_connection;
-    bool m_usable = false;
+    bool m_usable = false;                      // false: every answer is "unknown" and nothing is kept
     std::unique_ptr<QSqlQuery> m_filesOfFolder; // prepared once: a start asks for every folder
     std::unique_ptr<QSqlQuery> m_folder;
 };

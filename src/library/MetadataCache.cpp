@@ -169,31 +169,41 @@ bool MetadataCache::prepareSchema() {
     // Another program starting at the same moment may hold the file briefly: wait for it rather than fail.
     if (!query.exec("PRAGMA busy_timeout = 10000") || !query.exec("PRAGMA user_version") || !query.next())
         return false;
-    const int found = query.value(0).toInt();
+    int found = query.value(0).toInt();
+    // A crash may lose the last entries, never damage the file.
+    if (!query.exec("PRAGMA synchronous = NORMAL"))
+        return false;
+    if (found < version) {
+        // Made (or emptied) once, under the write lock, so that two programs starting together agree.
+        if (!query.exec("PRAGMA journal_mode = WAL") || !query.exec("BEGIN IMMEDIATE") ||
+            !query.exec("PRAGMA user_version") || !query.next())
+            return false;
+        found = query.value(0).toInt();
+        const QStringList schema = {
+            "DROP TABLE IF EXISTS files",
+            "DROP TABLE IF EXISTS folders",
+            "CREATE TABLE files (folder BLOB NOT NULL, name BLOB NOT NULL, size INTEGER NOT NULL, "
+            "modified INTEGER NOT NULL, facts BLOB NOT NULL, PRIMARY KEY (folder, name)) WITHOUT ROWID",
+            "CREATE TABLE folders (path BLOB PRIMARY KEY NOT NULL, modified INTEGER NOT NULL, "
+            "parent_modified INTEGER NOT NULL, image BLOB NOT NULL, image_size INTEGER NOT NULL, "
+            "image_modified INTEGER NOT NULL, fingerprint BLOB NOT NULL) WITHOUT ROWID",
+            QStringLiteral("PRAGMA user_version = %1").arg(version),
+        };
+        for (qsizetype i = 0; found < version && i < schema.size(); ++i) {
+            if (!query.exec(schema[i])) {
+                qCWarning(lcLibrary) << "The metadata cache" << m_file
+                                     << "failed:" << query.lastError().text();
+                query.exec("ROLLBACK");
+                return false;
+            }
+        }
+        if (!query.exec("COMMIT"))
+            return false;
+        found = std::max(found, version);
+    }
     if (found > version) {
         qCInfo(lcLibrary) << "The metadata cache" << m_file << "belongs to a newer Orvelle; not using it";
         return true; // usable stays false, and the file is left as it is
-    }
-    const QStringList schema = {
-        "PRAGMA journal_mode = WAL",
-        "PRAGMA synchronous = NORMAL", // a crash may lose the last entries, never damage the file
-        "BEGIN IMMEDIATE",
-        found == version ? QString() : "DROP TABLE IF EXISTS files",
-        found == version ? QString() : "DROP TABLE IF EXISTS folders",
-        "CREATE TABLE IF NOT EXISTS files (folder BLOB NOT NULL, name BLOB NOT NULL, size INTEGER NOT NULL, "
-        "modified INTEGER NOT NULL, facts BLOB NOT NULL, PRIMARY KEY (folder, name)) WITHOUT ROWID",
-        "CREATE TABLE IF NOT EXISTS folders (path BLOB PRIMARY KEY NOT NULL, modified INTEGER NOT NULL, "
-        "parent_modified INTEGER NOT NULL, image BLOB NOT NULL, image_size INTEGER NOT NULL, "
-        "image_modified INTEGER NOT NULL, fingerprint BLOB NOT NULL) WITHOUT ROWID",
-        QStringLiteral("PRAGMA user_version = %1").arg(version),
-        "COMMIT",
-    };
-    for (const QString& statement : schema) {
-        if (!statement.isEmpty() && !query.exec(statement)) {
-            qCWarning(lcLibrary) << "The metadata cache" << m_file << "failed:" << query.lastError().text();
-            query.exec("ROLLBACK");
-            return false;
-        }
     }
     m_filesOfFolder = std::make_unique<QSqlQuery>(db);
     m_folder = std::make_unique<QSqlQuery>(db);

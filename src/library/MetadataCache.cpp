@@ -3,7 +3,6 @@
 #include "library/LibraryLog.h"
 #include "library/TrackArtwork.h"
 
-#include <QDataStream>
 #include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
@@ -15,29 +14,95 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <cstring>
 
 namespace {
 
-constexpr auto streamVersion = QDataStream::Qt_6_4;
+// An entry's facts as bytes: each text as its length in UTF-16 units (4 bytes) and its units, the duration as
+// the 8 bytes of a double, the fingerprint as its length and bytes; all in this machine's byte order (the
+// cache never leaves it). Hand-made because a start decodes every entry: QDataStream costs a device each.
+class FactsWriter {
+public:
+    void text(const QString& value) { bytes(value.constData(), value.size() * qsizetype(sizeof(QChar))); }
+    void bytes(const void* data, qsizetype size) {
+        const quint32 length = quint32(size);
+        m_out.append(reinterpret_cast<const char*>(&length), sizeof length);
+        m_out.append(static_cast<const char*>(data), size);
+    }
+    void number(double value) { m_out.append(reinterpret_cast<const char*>(&value), sizeof value); }
+    QByteArray result() const { return m_out; }
+
+private:
+    QByteArray m_out;
+};
+
+class FactsReader {
+public:
+    explicit FactsReader(const QByteArray& in)
+        : m_in(in) {}
+    bool ok() const { return m_ok; }
+    bool atEnd() const { return m_at == m_in.size(); }
+    QByteArrayView bytes() {
+        quint32 length = 0;
+        if (!take(&length, sizeof length) || m_in.size() - m_at < qsizetype(length)) {
+            m_ok = false;
+            return {};
+        }
+        const QByteArrayView view = QByteArrayView(m_in).sliced(m_at, length);
+        m_at += length;
+        return view;
+    }
+    QString text() {
+        const QByteArrayView raw = bytes();
+        if (raw.size() % qsizetype(sizeof(QChar)) != 0)
+            m_ok = false;
+        return m_ok ? QString(reinterpret_cast<const QChar*>(raw.data()),
+                              raw.size() / qsizetype(sizeof(QChar)))
+                    : QString();
+    }
+    double number() {
+        double value = 0;
+        take(&value, sizeof value);
+        return value;
+    }
+
+private:
+    bool take(void* into, qsizetype size) {
+        if (!m_ok || m_in.size() - m_at < size)
+            return m_ok = false;
+        std::memcpy(into, m_in.constData() + m_at, size_t(size));
+        m_at += size;
+        return true;
+    }
+
+    const QByteArray& m_in;
+    qsizetype m_at = 0;
+    bool m_ok = true;
+};
 
 QByteArray encoded(const FileFacts& facts) {
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(streamVersion);
-    out << facts.title << facts.artist << facts.album << facts.duration << facts.tags.albumArtist
-        << facts.tags.trackNumber << facts.tags.year << facts.tags.genre << facts.tags.comment
-        << facts.embeddedArtwork;
-    return bytes;
+    FactsWriter out;
+    for (const QString* text : {&facts.title, &facts.artist, &facts.album})
+        out.text(*text);
+    out.number(facts.duration);
+    for (const QString* text : {&facts.tags.albumArtist, &facts.tags.trackNumber, &facts.tags.year,
+                                &facts.tags.genre, &facts.tags.comment})
+        out.text(*text);
+    out.bytes(facts.embeddedArtwork.constData(), facts.embeddedArtwork.size());
+    return out.result();
 }
 
 std::optional<FileFacts> decoded(const QByteArray& bytes) {
-    QDataStream in(bytes);
-    in.setVersion(streamVersion);
+    FactsReader in(bytes);
     FileFacts facts;
-    in >> facts.title >> facts.artist >> facts.album >> facts.duration >> facts.tags.albumArtist >>
-        facts.tags.trackNumber >> facts.tags.year >> facts.tags.genre >> facts.tags.comment >>
-        facts.embeddedArtwork;
-    if (in.status() != QDataStream::Ok || !in.atEnd())
+    for (QString* text : {&facts.title, &facts.artist, &facts.album})
+        *text = in.text();
+    facts.duration = in.number();
+    for (QString* text : {&facts.tags.albumArtist, &facts.tags.trackNumber, &facts.tags.year,
+                          &facts.tags.genre, &facts.tags.comment})
+        *text = in.text();
+    facts.embeddedArtwork = in.bytes().toByteArray();
+    if (!in.ok() || !in.atEnd())
         return std::nullopt;
     return facts;
 }
@@ -104,31 +169,41 @@ bool MetadataCache::prepareSchema() {
     // Another program starting at the same moment may hold the file briefly: wait for it rather than fail.
     if (!query.exec("PRAGMA busy_timeout = 10000") || !query.exec("PRAGMA user_version") || !query.next())
         return false;
-    const int found = query.value(0).toInt();
+    int found = query.value(0).toInt();
+    // A crash may lose the last entries, never damage the file.
+    if (!query.exec("PRAGMA synchronous = NORMAL"))
+        return false;
+    if (found < version) {
+        // Made (or emptied) once, under the write lock, so that two programs starting together agree.
+        if (!query.exec("PRAGMA journal_mode = WAL") || !query.exec("BEGIN IMMEDIATE") ||
+            !query.exec("PRAGMA user_version") || !query.next())
+            return false;
+        found = query.value(0).toInt();
+        const QStringList schema = {
+            "DROP TABLE IF EXISTS files",
+            "DROP TABLE IF EXISTS folders",
+            "CREATE TABLE files (folder BLOB NOT NULL, name BLOB NOT NULL, size INTEGER NOT NULL, "
+            "modified INTEGER NOT NULL, facts BLOB NOT NULL, PRIMARY KEY (folder, name)) WITHOUT ROWID",
+            "CREATE TABLE folders (path BLOB PRIMARY KEY NOT NULL, modified INTEGER NOT NULL, "
+            "parent_modified INTEGER NOT NULL, image BLOB NOT NULL, image_size INTEGER NOT NULL, "
+            "image_modified INTEGER NOT NULL, fingerprint BLOB NOT NULL) WITHOUT ROWID",
+            QStringLiteral("PRAGMA user_version = %1").arg(version),
+        };
+        for (qsizetype i = 0; found < version && i < schema.size(); ++i) {
+            if (!query.exec(schema[i])) {
+                qCWarning(lcLibrary) << "The metadata cache" << m_file
+                                     << "failed:" << query.lastError().text();
+                query.exec("ROLLBACK");
+                return false;
+            }
+        }
+        if (!query.exec("COMMIT"))
+            return false;
+        found = std::max(found, version);
+    }
     if (found > version) {
         qCInfo(lcLibrary) << "The metadata cache" << m_file << "belongs to a newer Orvelle; not using it";
         return true; // usable stays false, and the file is left as it is
-    }
-    const QStringList schema = {
-        "PRAGMA journal_mode = WAL",
-        "PRAGMA synchronous = NORMAL", // a crash may lose the last entries, never damage the file
-        "BEGIN IMMEDIATE",
-        found == version ? QString() : "DROP TABLE IF EXISTS files",
-        found == version ? QString() : "DROP TABLE IF EXISTS folders",
-        "CREATE TABLE IF NOT EXISTS files (folder BLOB NOT NULL, name BLOB NOT NULL, size INTEGER NOT NULL, "
-        "modified INTEGER NOT NULL, facts BLOB NOT NULL, PRIMARY KEY (folder, name)) WITHOUT ROWID",
-        "CREATE TABLE IF NOT EXISTS folders (path BLOB PRIMARY KEY NOT NULL, modified INTEGER NOT NULL, "
-        "parent_modified INTEGER NOT NULL, image BLOB NOT NULL, image_size INTEGER NOT NULL, "
-        "image_modified INTEGER NOT NULL, fingerprint BLOB NOT NULL) WITHOUT ROWID",
-        QStringLiteral("PRAGMA user_version = %1").arg(version),
-        "COMMIT",
-    };
-    for (const QString& statement : schema) {
-        if (!statement.isEmpty() && !query.exec(statement)) {
-            qCWarning(lcLibrary) << "The metadata cache" << m_file << "failed:" << query.lastError().text();
-            query.exec("ROLLBACK");
-            return false;
-        }
     }
     m_filesOfFolder = std::make_unique<QSqlQuery>(db);
     m_folder = std::make_unique<QSqlQuery>(db);
@@ -145,55 +220,35 @@ void MetadataCache::discard(const char* reason) {
     m_usable = false;
     m_filesOfFolder.reset();
     m_folder.reset();
-    m_loadedFolder.reset();
-    m_folderFiles.clear();
     QSqlDatabase::database(m_connection, false).close();
     for (const char* suffix : {"", "-wal", "-shm"})
         QFile::remove(m_file + QLatin1String(suffix));
 }
 
-bool MetadataCache::loadFolder(const QByteArray& folder) {
-    m_loadedFolder = folder;
-    m_folderFiles.clear();
+QHash<QByteArray, MetadataCache::StoredFile> MetadataCache::filesIn(const QByteArray& folder) {
+    QHash<QByteArray, StoredFile> files;
+    if (!m_usable)
+        return files;
     m_filesOfFolder->bindValue(0, folder);
     if (!m_filesOfFolder->exec()) {
         discard(qPrintable(m_filesOfFolder->lastError().text()));
-        return false;
+        return files;
     }
     while (m_filesOfFolder->next()) {
         const FileStamp stamp{true, true, m_filesOfFolder->value(1).toLongLong(),
                               m_filesOfFolder->value(2).toLongLong()};
-        m_folderFiles.insert(m_filesOfFolder->value(0).toByteArray(),
-                             {stamp, m_filesOfFolder->value(3).toByteArray()});
+        files.insert(m_filesOfFolder->value(0).toByteArray(),
+                     {stamp, m_filesOfFolder->value(3).toByteArray()});
     }
     if (m_filesOfFolder->lastError().isValid()) {
         discard(qPrintable(m_filesOfFolder->lastError().text()));
-        return false;
+        return {};
     }
     m_filesOfFolder->finish();
-    return true;
+    return files;
 }
 
-std::optional<FileFacts> MetadataCache::facts(const QByteArray& path, const FileStamp& stamp) {
-    if (!m_usable || !stamp.regular)
-        return std::nullopt;
-    const auto [folder, name] = splitPath(path);
-    if (folder != m_loadedFolder && !loadFolder(folder))
-        return std::nullopt;
-    const auto entry = m_folderFiles.constFind(name);
-    if (entry == m_folderFiles.cend() || entry->first != stamp)
-        return std::nullopt;
-    return decoded(entry->second);
-}
-
-MetadataCache::FolderEntry MetadataCache::folderStamp(const QByteArray& folderPath) {
-    return {folderPath,
-            FileStamp::of(folderPath).modified,
-            FileStamp::of(splitPath(folderPath).first).modified,
-            {}};
-}
-
-std::optional<FolderPicture> MetadataCache::folderPicture(const QByteArray& folderPath) {
+std::optional<MetadataCache::StoredFolder> MetadataCache::folder(const QByteArray& folderPath) {
     if (!m_usable)
         return std::nullopt;
     m_folder->bindValue(0, folderPath);
@@ -203,18 +258,39 @@ std::optional<FolderPicture> MetadataCache::folderPicture(const QByteArray& fold
     }
     if (!m_folder->next())
         return std::nullopt;
-    const FolderEntry now = folderStamp(folderPath);
+    StoredFolder stored;
+    stored.entry = {folderPath, m_folder->value(0).toLongLong(), m_folder->value(1).toLongLong(), {}};
     const QByteArray image = m_folder->value(2).toByteArray();
-    const FileStamp imageStamp = image.isEmpty() ? FileStamp() : FileStamp::of(image);
-    const bool current = now.modified == m_folder->value(0).toLongLong() &&
-                         now.parentModified == m_folder->value(1).toLongLong() &&
-                         (image.isEmpty() || (imageStamp.size == m_folder->value(3).toLongLong() &&
-                                              imageStamp.modified == m_folder->value(4).toLongLong()));
-    FolderPicture picture;
-    if (!image.isEmpty())
-        picture = {QUrl::fromLocalFile(QFile::decodeName(image)), m_folder->value(5).toByteArray()};
+    if (!image.isEmpty()) {
+        stored.entry.picture = {QUrl::fromLocalFile(QFile::decodeName(image)),
+                                m_folder->value(5).toByteArray()};
+        stored.image = {true, true, m_folder->value(3).toLongLong(), m_folder->value(4).toLongLong()};
+    }
     m_folder->finish();
-    return current ? std::optional(picture) : std::nullopt;
+    return stored;
+}
+
+std::optional<FileFacts> MetadataCache::facts(const StoredFile& stored, const FileStamp& stamp) {
+    if (!stamp.regular || stored.stamp != stamp)
+        return std::nullopt;
+    return decoded(stored.facts);
+}
+
+MetadataCache::FolderEntry MetadataCache::folderStamp(const QByteArray& folderPath) {
+    return {folderPath,
+            FileStamp::of(folderPath).modified,
+            FileStamp::of(splitPath(folderPath).first).modified,
+            {}};
+}
+
+std::optional<FolderPicture> MetadataCache::picture(const StoredFolder& stored) {
+    const FolderEntry now = folderStamp(stored.entry.path);
+    if (now.modified != stored.entry.modified || now.parentModified != stored.entry.parentModified)
+        return std::nullopt;
+    const FolderPicture& picture = stored.entry.picture;
+    if (!picture.imageUrl.isEmpty() && FileStamp::of(imagePath(picture.imageUrl)) != stored.image)
+        return std::nullopt;
+    return picture;
 }
 
 void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders) {
@@ -261,8 +337,6 @@ void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEn
         discard(qPrintable(error));
         return;
     }
-    m_loadedFolder.reset();
-    m_folderFiles.clear();
 }
 
 QFuture<void> MetadataCache::rememberSaved(const Track& track, const QString& file) {

@@ -57,17 +57,30 @@ public:
 
     // $XDG_CACHE_HOME/Orvelle/metadata.sqlite
     static QString defaultFile();
-    // Bumped whenever what the cache holds changes meaning; a cache of another version is not read.
-    static constexpr int version = 1;
+    // Bumped whenever what the cache holds changes meaning: an older cache is emptied, a newer one not used.
+    static constexpr int version = 2;
 
-    // False when the cache cannot be used at all (then every answer is "unknown" and nothing is kept).
-    bool isUsable() const { return m_usable; }
+    // An entry as stored, not yet checked against the file or decoded.
+    struct StoredFile {
+        FileStamp stamp;
+        QByteArray facts; // encoded
+    };
+    struct StoredFolder {
+        FolderEntry entry;
+        FileStamp image; // the image's stamp when the entry was kept
+    };
 
-    // What the file said, when its entry's stamp equals `stamp`. Lookups of files of one folder in a row cost
-    // one query for the folder.
-    std::optional<FileFacts> facts(const QByteArray& path, const FileStamp& stamp);
-    // The folder's cover (an empty URL: it has none), when nothing it depended on has changed.
-    std::optional<FolderPicture> folderPicture(const QByteArray& folderPath);
+    // Reading goes in two steps, so that the checks and the decoding (most of the work) can run on many
+    // threads while the connection stays on its own: fetch on this instance's thread, then check anywhere.
+    // The entries of the files in `folder` (path bytes), by file name.
+    QHash<QByteArray, StoredFile> filesIn(const QByteArray& folder);
+    // The folder's cover entry, if there is one.
+    std::optional<StoredFolder> folder(const QByteArray& folderPath);
+    // What the file said, when the entry's stamp equals the file's `stamp` now. Safe on any thread.
+    static std::optional<FileFacts> facts(const StoredFile& stored, const FileStamp& stamp);
+    // The folder's cover (an empty URL: it has none), when nothing it depended on has changed since. Reads
+    // the folders' and the image's stamps; safe on any thread.
+    static std::optional<FolderPicture> picture(const StoredFolder& stored);
     // The folder's and its parent's modification times now, for a FolderEntry.
     static FolderEntry folderStamp(const QByteArray& folderPath);
 
@@ -82,13 +95,10 @@ private:
     bool open();
     bool prepareSchema();
     void discard(const char* reason);
-    bool loadFolder(const QByteArray& folder);
 
     QString m_file;
     QString m_connection;
-    bool m_usable = false;
+    bool m_usable = false;                      // false: every answer is "unknown" and nothing is kept
     std::unique_ptr<QSqlQuery> m_filesOfFolder; // prepared once: a start asks for every folder
     std::unique_ptr<QSqlQuery> m_folder;
-    std::optional<QByteArray> m_loadedFolder; // the folder whose entries m_folderFiles holds
-    QHash<QByteArray, std::pair<FileStamp, QByteArray>> m_folderFiles; // name -> stamp, encoded facts
 };

@@ -11,6 +11,7 @@
 #include "tags/TextRules.h"
 
 #include <QCoreApplication>
+#include <QRandomGenerator>
 #include <QThreadPool>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -198,9 +199,21 @@ FolderPicture folderPicture(const QUrl& songUrl) {
 
 namespace {
 
+// A random (version 4) UUID. QUuid::createUuid asks the system's generator each time, which costs more than
+// the rest of a cached load; ids need only be unique within the playlist, so each thread draws from a fast
+// generator the system seeds.
+QUuid newTrackId() {
+    thread_local QRandomGenerator64 random(QRandomGenerator::system()->generate());
+    quint64 bits[2] = {random.generate(), random.generate()};
+    QByteArray bytes(reinterpret_cast<const char*>(bits), sizeof bits);
+    bytes[6] = char((bytes[6] & 0x0F) | 0x40); // version 4
+    bytes[8] = char((bytes[8] & 0x3F) | 0x80); // variant 1
+    return QUuid::fromRfc4122(bytes);
+}
+
 Track newTrack(const QUrl& url) {
     Track track;
-    track.id = QUuid::createUuid();
+    track.id = newTrackId();
     // Keeping the caller's URL when it is already normal shares its buffers instead of copying them.
     const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
     track.url = normalized == url ? url : normalized;

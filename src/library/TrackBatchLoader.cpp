@@ -9,6 +9,7 @@
 #include <QtConcurrent>
 
 #include <algorithm>
+#include <numeric>
 
 namespace TrackBatchLoader {
 
@@ -18,71 +19,106 @@ namespace {
 struct Pending {
     const TrackRequest* request = nullptr;
     QByteArray path;
+    QByteArray folder;
     FileStamp stamp;
-    std::optional<FileFacts> facts; // none while unknown
-    QByteArray folder;              // for a song that shows its folder's cover
+    std::optional<FileFacts> facts; // none for a missing file
+    bool read = false;              // facts read from the file now, not taken from the cache
 };
 
 QByteArray folderOf(const QByteArray& path) {
     return path.left(std::max<qsizetype>(path.lastIndexOf('/'), 0));
 }
 
-// Reads what the cache does not know, files and folders, on the loaders' pool, and keeps it.
+// Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
+template <typename Sequence, typename Work> void onPool(Sequence& sequence, Work work) {
+    if (!sequence.isEmpty())
+        QtConcurrent::blockingMap(MetadataLoader::pool(), sequence, work);
+}
+
+// The chunk's tracks. Only the cache's connection works on this thread; stamps, checks, decoding, reading
+// what the cache does not know and building the tracks run on the loaders' pool.
 QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
-    QtConcurrent::blockingMap(MetadataLoader::pool(), pending, [](Pending& item) {
+    onPool(pending, [](Pending& item) {
         item.path = MetadataLoader::localPath(item.request->url);
-        item.stamp = FileStamp::of(item.path);
+        item.folder = folderOf(item.path);
     });
-    QList<Pending*> unread;
-    for (Pending& item : pending) {
-        if (!item.stamp.exists)
-            continue;
-        item.facts = cache.facts(item.path, item.stamp);
-        if (!item.facts)
-            unread.append(&item);
+    QHash<QByteArray, QHash<QByteArray, MetadataCache::StoredFile>> stored; // folder -> name -> entry
+    for (const Pending& item : std::as_const(pending)) {
+        if (!stored.contains(item.folder))
+            stored.insert(item.folder, cache.filesIn(item.folder));
     }
     static const FileMetadataReader reader;
-    QtConcurrent::blockingMap(MetadataLoader::pool(), unread, [](Pending* item) {
-        item->facts = MetadataLoader::readFacts(item->path, reader);
+    onPool(pending, [&stored](Pending& item) {
+        item.stamp = FileStamp::of(item.path);
+        if (!item.stamp.exists)
+            return;
+        const auto& files = *std::as_const(stored).constFind(item.folder);
+        const auto entry = files.constFind(item.path.mid(item.folder.size() + 1));
+        if (entry != files.cend())
+            item.facts = MetadataCache::facts(*entry, item.stamp);
+        if (!item.facts) {
+            item.facts = MetadataLoader::readFacts(item.path, reader);
+            item.read = true;
+        }
     });
-    QList<MetadataCache::FileEntry> files;
-    files.reserve(unread.size());
-    for (const Pending* item : std::as_const(unread))
-        files.append({item->path, item->stamp, *item->facts});
 
     // Folder covers, for the songs without a picture of their own: each folder once.
-    QHash<QByteArray, FolderPicture> pictures;
-    QList<std::pair<MetadataCache::FolderEntry, QUrl>> unscanned; // the folder, one of its songs
-    for (Pending& item : pending) {
-        if (!item.facts || !item.facts->embeddedArtwork.isEmpty())
-            continue;
-        item.folder = folderOf(item.path);
-        if (pictures.contains(item.folder))
-            continue;
-        const std::optional<FolderPicture> known = cache.folderPicture(item.folder);
-        pictures.insert(item.folder, known.value_or(FolderPicture()));
-        if (!known)
-            unscanned.append({MetadataCache::folderStamp(item.folder), item.request->url});
-    }
-    QtConcurrent::blockingMap(MetadataLoader::pool(), unscanned, [](auto& folder) {
-        folder.first.picture = MetadataLoader::folderPicture(folder.second);
-    });
-    QList<MetadataCache::FolderEntry> folders;
-    folders.reserve(unscanned.size());
-    for (const auto& [folder, song] : std::as_const(unscanned)) {
-        pictures.insert(folder.path, folder.picture);
-        folders.append(folder);
-    }
-    cache.remember(files, folders);
-
-    QList<Track> tracks;
-    tracks.reserve(pending.size());
+    struct FolderWork {
+        QUrl song; // one of the folder's songs
+        std::optional<MetadataCache::StoredFolder> stored;
+        MetadataCache::FolderEntry entry;
+        bool scanned = false;
+    };
+    QHash<QByteArray, qsizetype> folderIndex;
+    QList<FolderWork> folders;
     for (const Pending& item : std::as_const(pending)) {
-        const TrackRequest& request = *item.request;
-        tracks.append(item.facts ? MetadataLoader::trackFrom(request.url, request.hint, *item.facts,
-                                                             pictures.value(item.folder))
-                                 : MetadataLoader::missingTrack(request.url, request.hint));
+        if (item.facts && item.facts->embeddedArtwork.isEmpty() && !folderIndex.contains(item.folder)) {
+            folderIndex.insert(item.folder, folders.size());
+            folders.append({item.request->url, cache.folder(item.folder), {item.folder, 0, 0, {}}, false});
+        }
     }
+    onPool(folders, [](FolderWork& work) {
+        const std::optional<FolderPicture> known =
+            work.stored ? MetadataCache::picture(*work.stored) : std::nullopt;
+        if (known) {
+            work.entry.picture = *known;
+            return;
+        }
+        // Stamped before the search, so that a change during it makes the entry stale rather than wrong.
+        const QByteArray path = work.entry.path;
+        work.entry = MetadataCache::folderStamp(path);
+        work.entry.picture = MetadataLoader::folderPicture(work.song);
+        work.scanned = true;
+    });
+
+    QList<MetadataCache::FileEntry> readFiles;
+    for (const Pending& item : std::as_const(pending)) {
+        if (item.read)
+            readFiles.append({item.path, item.stamp, *item.facts});
+    }
+    QList<MetadataCache::FolderEntry> scannedFolders;
+    for (const FolderWork& work : std::as_const(folders)) {
+        if (work.scanned)
+            scannedFolders.append(work.entry);
+    }
+    cache.remember(readFiles, scannedFolders);
+
+    QList<Track> tracks(pending.size());
+    Track* const built = tracks.data();
+    QList<qsizetype> indexes(pending.size());
+    std::iota(indexes.begin(), indexes.end(), 0);
+    onPool(indexes, [&](qsizetype i) {
+        const Pending& item = pending.at(i);
+        const TrackRequest& request = *item.request;
+        if (!item.facts) {
+            built[i] = MetadataLoader::missingTrack(request.url, request.hint);
+            return;
+        }
+        const auto folder = folderIndex.constFind(item.folder);
+        built[i] = MetadataLoader::trackFrom(
+            request.url, request.hint, *item.facts,
+            folder == folderIndex.cend() ? FolderPicture() : folders.at(*folder).entry.picture);
+    });
     return tracks;
 }
 
@@ -97,7 +133,7 @@ QList<Track> loadTracksNow(const QList<TrackRequest>& requests, const QString& c
         const qsizetype end = std::min(start + chunkSize, requests.size());
         pending.resize(end - start);
         for (qsizetype i = start; i < end; ++i)
-            pending[i - start] = Pending{&requests[i], {}, {}, {}, {}};
+            pending[i - start] = Pending{&requests[i], {}, {}, {}, {}, false};
         tracks.append(loadChunk(pending, cache));
     }
     return tracks;

@@ -340,6 +340,9 @@ private slots:
         QTRY_VERIFY(window.height() < 300);
         window.setListVisible(true);
         QTRY_VERIFY(window.height() > 500);
+        // Minimum content size with the list shown: 620 × 440.
+        QVERIFY(window.minimumSizeHint().width() >= 620);
+        QCOMPARE(window.centralWidget()->minimumHeight(), 440);
     }
 
     void about() {

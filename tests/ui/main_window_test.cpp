@@ -314,10 +314,10 @@ private slots:
         m_window = std::make_unique<MainWindow>(*m_store, *m_updater, *m_metadata, dialogs, m_home->settings);
         // The toolbar's progress indicator shows while the songs load.
         auto* toolbar = m_window->findChild<QToolBar*>("toolbar");
-        QAction* importing =
-            *std::find_if(toolbar->actions().begin(), toolbar->actions().end(), [&](QAction* a) {
-                return toolbar->widgetForAction(a) == m_window->findChild<QWidget*>("importIndicator");
-            });
+        const QList<QAction*> items = toolbar->actions();
+        QAction* importing = *std::find_if(items.begin(), items.end(), [&](QAction* a) {
+            return toolbar->widgetForAction(a) == m_window->findChild<QWidget*>("importIndicator");
+        });
         QVERIFY(!importing->isVisible());
         actions().addMusic->trigger();
         QVERIFY(importing->isVisible());

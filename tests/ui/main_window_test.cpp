@@ -21,6 +21,7 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QToolBar>
 #include <QToolButton>
 
 class MainWindowTest : public QObject {
@@ -311,8 +312,17 @@ private slots:
             return std::optional(QUrl::fromLocalFile(playlist.fileName()));
         };
         m_window = std::make_unique<MainWindow>(*m_store, *m_updater, *m_metadata, dialogs, m_home->settings);
+        // The toolbar's progress indicator shows while the songs load.
+        auto* toolbar = m_window->findChild<QToolBar*>("toolbar");
+        const QList<QAction*> items = toolbar->actions();
+        QAction* importing = *std::find_if(items.begin(), items.end(), [&](QAction* a) {
+            return toolbar->widgetForAction(a) == m_window->findChild<QWidget*>("importIndicator");
+        });
+        QVERIFY(!importing->isVisible());
         actions().addMusic->trigger();
+        QVERIFY(importing->isVisible());
         QTRY_COMPARE(m_store->tracks().size(), 1);
+        QVERIFY(!importing->isVisible());
         actions().addSongsFromPlaylist->trigger();
         QTRY_COMPARE(m_store->tracks().size(), 3);
         m_store->clear();
@@ -340,6 +350,9 @@ private slots:
         QTRY_VERIFY(window.height() < 300);
         window.setListVisible(true);
         QTRY_VERIFY(window.height() > 500);
+        // Minimum content size with the list shown: 620 × 440.
+        QVERIFY(window.minimumSizeHint().width() >= 620);
+        QCOMPARE(window.centralWidget()->minimumHeight(), 440);
     }
 
     void about() {

@@ -16,6 +16,7 @@
 
 #include "library/MetadataCache.h"
 #include "store/LibraryStore.h"
+#include "support/FakeAudioPlayer.h"
 #include "support/MusicFolder.h"
 #include "tags/ID3TagWriter.h"
 
@@ -148,10 +149,6 @@ qint64 peakResidentKiB() {
     return 0;
 }
 
-AudioPlayerCreation noPlayer(const QUrl&) {
-    return {nullptr, QStringLiteral("No audio output in this benchmark.")};
-}
-
 // One measurement in this fresh process; prints "seconds peak-KiB songs cpu-seconds".
 int child(const QString& what, const QString& root) {
     qsizetype count = 0;
@@ -166,7 +163,8 @@ int child(const QString& what, const QString& root) {
         }
     } else {
         QSettings settings(root + "/xdg/settings.ini", QSettings::IniFormat);
-        LibraryStore store(&settings, noPlayer, [](const QString&) { return std::optional<QUrl>(); });
+        LibraryStore store(&settings, fixtures::noAudioPlayer,
+                           [](const QString&) { return std::optional<QUrl>(); });
         QFuture<void> done =
             what == "add" ? store.addURLs({QUrl::fromLocalFile(root + "/music")}) : store.restoreSession();
         while (!done.isFinished())

@@ -7,6 +7,7 @@
 #include "library/SessionFile.h"
 #include "store/LibraryStore.h"
 #include "support/Await.h"
+#include "support/FakeAudioPlayer.h"
 #include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 
@@ -21,11 +22,6 @@
 #include <cstdio>
 
 namespace {
-
-QFuture<AudioPlayerCreation> noPlayer(const QUrl&) {
-    return QtFuture::makeReadyFuture(
-        AudioPlayerCreation{nullptr, QStringLiteral("No audio output in this benchmark.")});
-}
 
 // A song library of `albums` folders of `songsPerAlbum` songs, each folder with a 600 px cover.
 bool makeLibrary(fixtures::MusicFolder& music, const QString& name, int albums, int songsPerAlbum) {
@@ -75,7 +71,7 @@ int main(int argc, char** argv) {
     }
 
     {
-        LibraryStore store(&settings, noPlayer, noChooser);
+        LibraryStore store(&settings, fixtures::noAudioPlayer, noChooser);
         const double first = secondsToAdd(store, music.url("small"));
         const auto firstCount = store.tracks().size();
         store.clear();
@@ -102,7 +98,7 @@ int main(int argc, char** argv) {
         if (!session.open(QIODevice::WriteOnly) || session.write(gone) != gone.size())
             return 1;
         session.close();
-        LibraryStore store(&settings, noPlayer, noChooser);
+        LibraryStore store(&settings, fixtures::noAudioPlayer, noChooser);
         const double seconds = secondsToRestore(store);
         std::printf("restore a session of %lld songs not on disk: %.3f s\n", qlonglong(store.tracks().size()),
                     seconds);
@@ -110,17 +106,17 @@ int main(int argc, char** argv) {
 
     {
         // Build the session with a store, as the program does.
-        LibraryStore writer(&settings, noPlayer, noChooser);
+        LibraryStore writer(&settings, fixtures::noAudioPlayer, noChooser);
         fixtures::await(writer.addURLs({music.url("large")}));
         SessionFile::write(writer.tracks());
     }
 
     const qint64 before = fixtures::residentKiB();
-    LibraryStore store(&settings, noPlayer, noChooser);
+    LibraryStore store(&settings, fixtures::noAudioPlayer, noChooser);
     const double first = secondsToRestore(store);
     const qint64 after = fixtures::residentKiB();
     const auto count = store.tracks().size();
-    LibraryStore second(&settings, noPlayer, noChooser);
+    LibraryStore second(&settings, fixtures::noAudioPlayer, noChooser);
     const double again = secondsToRestore(second);
     std::printf("restore a session of %lld songs: %.3f s (first), %.3f s (again)\n",
                 static_cast<long long>(count), first, again);

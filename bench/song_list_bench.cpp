@@ -4,6 +4,7 @@
 
 #include "library/MetadataLoader.h"
 #include "store/LibraryStore.h"
+#include "support/FakeAudioPlayer.h"
 #include "support/MusicFolder.h"
 #include "support/Pictures.h"
 #include "ui/CoverThumbnails.h"
@@ -29,10 +30,6 @@ namespace {
 
 constexpr int songCount = 100000;
 constexpr int albumCount = 200;
-
-AudioPlayerCreation noPlayer(const QUrl&) {
-    return {nullptr, QStringLiteral("No audio output in this benchmark.")};
-}
 
 // One song per album read from disk with its folder cover, then repeated with new ids and titles.
 QList<Track> library(fixtures::MusicFolder& music) {
@@ -120,7 +117,7 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    LibraryStore store(&settings, noPlayer, nullptr);
+    LibraryStore store(&settings, fixtures::noAudioPlayer, nullptr);
     store.setTracks(library(music));
     QObject::connect(&store, &LibraryStore::tracksEdited, [] { editedAt = threadMs(); }); // before the list's
     CoverThumbnails covers;

@@ -8,6 +8,7 @@
 #include "ui/MainWindow.h"
 #include "ui/OrvelleApp.h"
 
+#include "support/FakeAudioPlayer.h"
 #include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 
@@ -79,10 +80,7 @@ int main(int argc, char** argv) {
     clock.start();
     QApplication app(argc, argv);
     QSettings settings(home.filePath("settings.ini"), QSettings::IniFormat);
-    auto noPlayer = [](const QUrl&) {
-        return AudioPlayerCreation{nullptr, QStringLiteral("No audio output in this benchmark.")};
-    };
-    OrvelleApp orvelle(settings, noPlayer, FileDialogs{});
+    OrvelleApp orvelle(settings, fixtures::noAudioPlayer, FileDialogs{});
     double shown = 0;
     double listed = 0;
     QObject::connect(&orvelle.window(), &MainWindow::firstShown, [&] { shown = clock.nsecsElapsed() / 1e9; });

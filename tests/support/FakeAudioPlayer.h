@@ -95,4 +95,9 @@ struct FakeAudioBackend {
     }
 };
 
+// A factory that opens nothing: for benchmarks and tests that drive the store without sound.
+inline QFuture<AudioPlayerCreation> noAudioPlayer(const QUrl&) {
+    return QtFuture::makeReadyFuture(AudioPlayerCreation{nullptr, QStringLiteral("No audio output here.")});
+}
+
 } // namespace fixtures

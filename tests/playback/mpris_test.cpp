@@ -185,6 +185,12 @@ private slots:
             QCOMPARE(playerctl({"position"}).toDouble(), m_engine->currentTime());
     }
 
+    // Between publications the position runs on by itself, up to the song's length and no further.
+    void positionStopsAtTheLength() {
+        startAt(0, false, 199.999);
+        QCOMPARE_LE(playerctl({"position"}).toDouble(), 200.001); // playerctl alone takes longer than 2 ms
+    }
+
     // Shuffle, loop and volume, written by playerctl and read back after the engine changes them; what the
     // player can do; who it is.
     void properties() {
@@ -212,6 +218,9 @@ private slots:
         QCOMPARE(can(), "111100");
         m_engine->playTrack(m_tracks[0].id);
         QCOMPARE(can(), "111111");
+        m_backend.duration = 0; // a length not known: no seeking
+        m_engine->playTrack(m_tracks[1].id);
+        QCOMPARE(can(), "111110");
         m_engine->setQueue({});
         QCOMPARE(can(), "100000");
 

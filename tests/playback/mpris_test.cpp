@@ -1,6 +1,5 @@
 // The player as desktop clients see it on the session bus: driven by playerctl and dbus-send, watched from a
 // second bus connection, over the real engine.
-#include "playback/MpvAudioPlayer.h"
 #include "playback/NowPlaying.h"
 #include "playback/PlayerEngine.h"
 #include "support/FakeAudioPlayer.h"
@@ -279,25 +278,6 @@ private slots:
         QCOMPARE(m_engine->currentIndex(), 1);
         QTRY_COMPARE(m_seeks.size(), 5);
         QCOMPARE(m_seeks.mid(3), (QList<qlonglong>{7000000, 0}));
-    }
-
-    // A real song decoded by mpv (to the null output) is what playerctl shows, its position running on.
-    void playingSongOverMpv() {
-        const Track tone = song("tone.mp3", "A Long Tone", "The Oscillators", "Sine Waves");
-        QVERIFY(fixtures::makeAudio(tone.url.toLocalFile(), 30));
-        startEngine(MpvAudioPlayer::factory());
-        m_engine->setQueue({tone});
-        m_engine->play();
-        QVERIFY(m_engine->isPlaying());
-
-        const QString shown = playerctl({"metadata"});
-        for (const char* field : {"A Long Tone", "The Oscillators", "Sine Waves"})
-            QVERIFY2(shown.contains(QLatin1String(field)), qPrintable(shown));
-        QCOMPARE(playerctl({"status"}), "Playing");
-
-        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
-        QVERIFY(ticks.wait());
-        QVERIFY(playerctl({"position"}).toDouble() > 0); // not republished: worked out
     }
 
     // Without a session bus the player plays on and nothing complains. Runs in a copy of this program

@@ -32,10 +32,10 @@ atomic-new-file-private @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ target
 artwork-large-bonus @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ score += 15; @@ score += 5;
 artwork-hidden-files @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ if (name.startsWith(u'.') || !entry.isFile() @@ if (!entry.isFile()
 artwork-smaller-first @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ a.rank > b.rank : a.size > b.size; @@ a.rank > b.rank : a.size < b.size;
-artwork-no-parent @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ return lookup(QUrl::fromLocalFile(parent)); @@ return std::nullopt;
+artwork-no-parent @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ const QString parent = QFileInfo(folder).path(); @@ const QString parent = folder;
 artwork-black-background @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ flat.fill(Qt::white); @@ flat.fill(Qt::black);
 id3-syncsafe-shift @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ char((n >> 14) & 0x7F) @@ char((n >> 15) & 0x7F)
-id3-old-v1-kept @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ sliced(n - id3v1Size, 3) == "TAG" @@ sliced(n - id3v1Size, 3) == "TAX"
+id3-old-v1-kept @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ == "TAG" ? @@ == "TAX" ?
 id3-footer-ignored @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ start += headerSize; @@ start += 0;
 id3-latin1-ascii-only @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ codePoint <= 0xFF ? char(codePoint) @@ codePoint <= 0x7F ? char(codePoint)
 id3-track-cap @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ std::min<qint64>(*number, 255) @@ std::min<qint64>(*number, 127)
@@ -50,15 +50,15 @@ natural-zeros-tie @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ tieB
 collect-reverse-order @@ src/library/PlayableFiles.cpp @@ playable_files_test @@ [](const QString& a, const QString& b) { return naturalLess(a, b); }); @@ [](const QString& a, const QString& b) { return naturalLess(b, a); });
 decode-no-windows1252 @@ src/library/TextDecoding.cpp @@ playlist_file_test @@ text = windows1252(bytes); @@ text = std::nullopt;
 decode-trailing-blanks @@ src/library/TextDecoding.cpp @@ playlist_file_test @@ while (end > begin && blank(text[end - 1])) @@ while (false && blank(text[end - 1]))
-playlist-hex-digit @@ src/library/PlaylistFile.cpp @@ playlist_file_test @@ return c - 'a' + 10; @@ return c - 'a' + 11;
+playlist-extinf-attributes @@ src/library/PlaylistFile.cpp @@ playlist_file_test @@ const qsizetype end = seconds.indexOf(u' ', first); @@ const qsizetype end = seconds.indexOf(u'\t', first);
 playlist-artist-dash @@ src/library/PlaylistFile.cpp @@ playlist_file_test @@ pending.title = display.sliced(dash + 3).toString(); @@ pending.title = display.sliced(dash + 2).toString();
 playlist-pls-negative-length @@ src/library/PlaylistFile.cpp @@ playlist_file_test @@ length != lengths.end() && length->second > 0) @@ length != lengths.end())
 playlist-root-shared @@ src/library/PlaylistWriter.cpp @@ playlist_file_test @@ if (shared == 0) @@ if (shared < 0)
 playlist-pls-numbering @@ src/library/PlaylistWriter.cpp @@ playlist_file_test @@ const QString n = QString::number(i + 1); @@ const QString n = QString::number(i);
 playlist-zero-duration @@ src/library/PlaylistWriter.cpp @@ playlist_file_test @@ const bool known = track.duration > 0 @@ const bool known = track.duration >= 0
 track-hour-boundary @@ src/library/Track.cpp @@ track_test @@ if (t < 3600) @@ if (t <= 3600)
-interner-compares-wrong @@ src/library/ArtworkInterner.cpp @@ artwork_interner_test @@ std::memcmp(held.constData(), image.constData(), image.size()) == 0)) @@ std::memcmp(held.constData(), image.constData(), image.size()) != 0))
-interner-sweeps-held @@ src/library/ArtworkInterner.cpp @@ artwork_interner_test @@ if (it->second.isDetached()) { @@ if (!it->second.isDetached()) {
+loader-genre-trailing-blank @@ src/library/MetadataLoader.cpp @@ metadata_loader_test @@ rest.chop(1); @@ break;
+engine-restart-threshold @@ src/playback/PlayerEngine.cpp @@ player_engine_test @@ constexpr double restartThreshold = 3.0; @@ constexpr double restartThreshold = 2.0;
 loader-genre-past-table @@ src/library/MetadataLoader.cpp @@ metadata_loader_test @@ value >= Id3Genres::names().size()) @@ value > Id3Genres::names().size())
 loader-album-artist-order @@ src/library/MetadataLoader.cpp @@ metadata_loader_test @@ firstValue(items, {&id::id3Band, &id::iTunesAlbumArtist}) @@ firstValue(items, {&id::iTunesAlbumArtist, &id::id3Band})
 engine-failure-limit @@ src/playback/PlayerEngine.cpp @@ player_engine_test @@ constexpr int failureLimit = 4; @@ constexpr int failureLimit = 5;
@@ -97,7 +97,7 @@ store-drop-after-target @@ src/store/LibraryStore.cpp @@ library_store_test @@ t
 store-import-at-front @@ src/store/LibraryStore.cpp @@ library_store_test @@ std::clamp<qsizetype>(*index, 0, tracks.size()) : tracks.size(); @@ std::clamp<qsizetype>(*index, 0, tracks.size()) : 0;
 store-clear-unasked @@ src/store/LibraryStore.cpp @@ library_store_test @@ if (m_hasUnsavedChanges) @@ if (!m_hasUnsavedChanges)
 store-open-unasked @@ src/store/LibraryStore.cpp @@ library_store_test @@ if (m_hasUnsavedChanges && !m_tracks.isEmpty()) { @@ if (!m_hasUnsavedChanges && !m_tracks.isEmpty()) {
-store-removes-kept @@ src/store/LibraryStore.cpp @@ library_store_test @@ { return !ids.contains(t.id); }); @@ { return ids.contains(t.id); });
+store-reveals-missing @@ src/store/LibraryStore.cpp @@ library_store_test @@ if (ids.contains(track.id) && !track.isMissing) @@ if (ids.contains(track.id))
 store-stale-session @@ src/store/LibraryStore.cpp @@ session_test @@ m_sessionCopy = m_tracks; @@ ;
 store-bookmarks-not-saved @@ src/store/LibraryStore.cpp @@ session_test @@ m_bookmarks.save(); @@ ;
 EOF

@@ -209,18 +209,16 @@ build_tests() {
 }
 
 if $baseline; then
-    all_tests=$(for line in "${chosen[@]}"; do
+    mapfile -t all_tests < <(for line in "${chosen[@]}"; do
         parse "$line"
-        printf '%s\n' $tests
-    done | sort -u | tr '\n' ' ')
-    echo "Baseline: building and running $all_tests"
-    # shellcheck disable=SC2086
-    build_tests $all_tests || {
+        tr ' ' '\n' <<<"$tests"
+    done | sort -u)
+    echo "Baseline: building and running ${all_tests[*]}"
+    build_tests "${all_tests[@]}" || {
         echo "The unchanged tree does not build; see $scratch/build.log" >&2
         exit 2
     }
-    # shellcheck disable=SC2086
-    for program in $all_tests; do
+    for program in "${all_tests[@]}"; do
         run_tests "$program" || {
             echo "$program fails on the unchanged tree; see $scratch/last-$program.log" >&2
             exit 2
@@ -251,13 +249,12 @@ PY
         continue
     fi
     failed_program=""
-    # shellcheck disable=SC2086
-    if ! build_tests $tests; then
+    read -ra programs <<<"$tests"
+    if ! build_tests "${programs[@]}"; then
         result="BROKEN  $name: does not build (see $scratch/build.log)"
         missed=$((missed + 1))
         missed_names+=("$name")
-    # shellcheck disable=SC2086
-    elif run_tests $tests; then
+    elif run_tests "${programs[@]}"; then
         result="MISSED  $name ($tests all pass)"
         missed=$((missed + 1))
         missed_names+=("$name")

@@ -95,7 +95,8 @@ private slots:
         QTest::addColumn<RepeatMode>("mode");
         QTest::addColumn<int>("start"); // the song started, its player this far in; -1: play() from nothing
         QTest::addColumn<double>("position");
-        // then "ends", "ends badly", "next", "previous", "decode:" + sentence, or "" (nothing more)
+        // then "ends", "ends badly", "next", "previous", "seek:" + seconds, "decode:" + sentence, or ""
+        // (nothing)
         QTest::addColumn<QString>("action");
         QTest::addColumn<QString>("expected");
 
@@ -107,6 +108,8 @@ private slots:
         last("repeat one: again", "ends", RepeatMode::One, "2 playing at 0 s");
         last("repeat one, ended badly: moves on", "ends badly", RepeatMode::One, "2 not playing at 0 s");
         last("Next, repeat off: wraps", "next", RepeatMode::Off, "0 playing at 0 s");
+        last("seek past the end", "seek:500", RepeatMode::Off, "2 playing at 100 s");
+        last("seek before the start", "seek:-5", RepeatMode::Off, "2 playing at 0 s");
         last("repeat one, decode error: moves on", "decode:The sound output couldn't be started.",
              RepeatMode::One, "2 not playing at 0 s: The sound output couldn't be started.");
         const auto previous = [](const char* name, int start, double position, const char* expected) {
@@ -149,6 +152,8 @@ private slots:
             engine().next();
         else if (action == "previous")
             engine().previous();
+        else if (action.startsWith("seek:"))
+            engine().seek(action.mid(5).toDouble());
         else if (action.startsWith("decode:"))
             emit player().decodeError(action.mid(7));
         else if (!action.isEmpty())

@@ -9,23 +9,23 @@
 #include <optional>
 
 // The track inspector's rules, apart from its widgets: what it says about the file, when it may save and
-// what its sentences read. Pure functions, except loadFileFacts.
+// what its sentences read. Pure functions, except loadFileDetails.
 
 // What the facts line shows about the file.
-struct FileFacts {
+struct FileDetails {
     QString kind;         // the extension in upper case ("MP3"), empty when there is none
     qint64 byteCount = 0; // the file's size, 0 when unknown
     double duration = 0;  // seconds, the track's duration; 0 when unknown
 
-    friend bool operator==(const FileFacts&, const FileFacts&) = default;
+    friend bool operator==(const FileDetails&, const FileDetails&) = default;
 };
 
 // Reads the file's size. Blocking (the disk may be slow): call it off the main thread.
-FileFacts loadFileFacts(const Track& track);
+FileDetails loadFileDetails(const Track& track);
 
 // "MP3 · 7.3 MB · 4:05 · ≈238 kbps": the kind, the size in decimal units, and with a known duration the
 // time and the whole file's average bit rate, truncated (left out below 1 kbps).
-QString factsLine(const FileFacts& facts);
+QString factsLine(const FileDetails& facts);
 
 // Only MP3 files can be saved: the extension, in any case, is "mp3".
 bool isMP3(const QUrl& url);

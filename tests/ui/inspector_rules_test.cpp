@@ -28,18 +28,19 @@ class InspectorRulesTest : public QObject {
 
 private slots:
     void factsLine_data() {
-        QTest::addColumn<FileFacts>("facts");
+        QTest::addColumn<FileDetails>("facts");
         QTest::addColumn<QString>("line");
-        QTest::addRow("mp3") << FileFacts{"MP3", 7'300'000, 245} << "MP3 · 7.3 MB · 4:05 · ≈238 kbps";
+        QTest::addRow("mp3") << FileDetails{"MP3", 7'300'000, 245} << "MP3 · 7.3 MB · 4:05 · ≈238 kbps";
         QTest::addRow("rate truncated")
-            << FileFacts{"MP3", 1'000, 0.0159} << "MP3 · 1.0 kB · 0:00 · ≈503 kbps";
-        QTest::addRow("unknown duration") << FileFacts{"MP3", 7'300'000, 0} << "MP3 · 7.3 MB";
-        QTest::addRow("rate below 1 kbps") << FileFacts{"FLAC", 100, 60} << "FLAC · 100 bytes · 1:00";
-        QTest::addRow("no extension, unreadable") << FileFacts{"", 0, 0} << " · 0 bytes";
-        QTest::addRow("absurd rate left out") << FileFacts{"MP3", 1'000'000, 1e-300} << "MP3 · 1.0 MB · 0:00";
+            << FileDetails{"MP3", 1'000, 0.0159} << "MP3 · 1.0 kB · 0:00 · ≈503 kbps";
+        QTest::addRow("unknown duration") << FileDetails{"MP3", 7'300'000, 0} << "MP3 · 7.3 MB";
+        QTest::addRow("rate below 1 kbps") << FileDetails{"FLAC", 100, 60} << "FLAC · 100 bytes · 1:00";
+        QTest::addRow("no extension, unreadable") << FileDetails{"", 0, 0} << " · 0 bytes";
+        QTest::addRow("absurd rate left out")
+            << FileDetails{"MP3", 1'000'000, 1e-300} << "MP3 · 1.0 MB · 0:00";
     }
     void factsLine() {
-        QFETCH(FileFacts, facts);
+        QFETCH(FileDetails, facts);
         QFETCH(QString, line);
         QCOMPARE(::factsLine(facts), line);
     }
@@ -48,8 +49,8 @@ private slots:
         fixtures::MusicFolder music;
         Track track = trackAt(music.addFile("Song.Mp3", QByteArray(1234, 'x')));
         track.duration = 2;
-        QCOMPARE(loadFileFacts(track), (FileFacts{"MP3", 1234, 2}));
-        QCOMPARE(loadFileFacts(trackAt(music.filePath("gone"))), (FileFacts{"", 0, 0}));
+        QCOMPARE(loadFileDetails(track), (FileDetails{"MP3", 1234, 2}));
+        QCOMPARE(loadFileDetails(trackAt(music.filePath("gone"))), (FileDetails{"", 0, 0}));
     }
 
     // Save needs an MP3 on disk, no save running, and an edit or the folder image to embed; the embed box

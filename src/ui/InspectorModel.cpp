@@ -21,7 +21,7 @@ InspectorModel::~InspectorModel() {
 }
 
 void InspectorModel::start() {
-    whenReady(this, QtConcurrent::run(loadFileFacts, m_track), [this](const FileFacts& facts) {
+    whenReady(this, QtConcurrent::run(loadFileFacts, m_track), [this](const Inspector::FileFacts& facts) {
         m_facts = facts;
         emit factsChanged();
     });

@@ -38,7 +38,7 @@ public:
     const MusicMetadata& draft() const { return m_draft; }
     const MusicMetadata& original() const { return m_original; }
     const Lookup& lookup() const { return m_lookup; }
-    const std::optional<FileFacts>& facts() const { return m_facts; }
+    const std::optional<Inspector::FileFacts>& facts() const { return m_facts; }
     bool isSaving() const { return m_isSaving; }
     const std::optional<QString>& saveError() const { return m_saveError; }
     bool embedFolderArtwork() const { return m_embedFolderArtwork; }
@@ -79,7 +79,7 @@ private:
     const MusicMetadata m_original;
     MusicMetadata m_draft;
     Lookup m_lookup;
-    std::optional<FileFacts> m_facts;
+    std::optional<Inspector::FileFacts> m_facts;
     bool m_isSaving = false;
     std::optional<QString> m_saveError;
     bool m_embedFolderArtwork = false;

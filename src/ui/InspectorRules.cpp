@@ -6,12 +6,12 @@
 
 #include <limits>
 
-FileFacts loadFileFacts(const Track& track) {
+Inspector::FileFacts loadFileFacts(const Track& track) {
     const QFileInfo file(track.url.toLocalFile());
     return {file.suffix().toUpper(), file.exists() ? file.size() : 0, track.duration};
 }
 
-QString factsLine(const FileFacts& facts) {
+QString factsLine(const Inspector::FileFacts& facts) {
     QStringList parts{facts.kind,
                       QLocale::c().formattedDataSize(facts.byteCount, 1, QLocale::DataSizeSIFormat)};
     if (facts.duration > 0) {

@@ -11,7 +11,10 @@
 // The track inspector's rules, apart from its widgets: what it says about the file, when it may save and
 // what its sentences read. Pure functions, except loadFileFacts.
 
-// What the facts line shows about the file.
+namespace Inspector {
+// What the facts line shows about the file. In a namespace of its own because the library's metadata
+// loader has a FileFacts too: two classes of one name in one program would share, and break, each
+// other's template code (std::optional's, for one).
 struct FileFacts {
     QString kind;         // the extension in upper case ("MP3"), empty when there is none
     qint64 byteCount = 0; // the file's size, 0 when unknown
@@ -19,13 +22,14 @@ struct FileFacts {
 
     friend bool operator==(const FileFacts&, const FileFacts&) = default;
 };
+} // namespace Inspector
 
 // Reads the file's size. Blocking (the disk may be slow): call it off the main thread.
-FileFacts loadFileFacts(const Track& track);
+Inspector::FileFacts loadFileFacts(const Track& track);
 
 // "MP3 · 7.3 MB · 4:05 · ≈238 kbps": the kind, the size in decimal units, and with a known duration the
 // time and the whole file's average bit rate, truncated (left out below 1 kbps).
-QString factsLine(const FileFacts& facts);
+QString factsLine(const Inspector::FileFacts& facts);
 
 // Only MP3 files can be saved: the extension, in any case, is "mp3".
 bool isMP3(const QUrl& url);

@@ -4,6 +4,8 @@
 
 #include <QTest>
 
+using Inspector::FileFacts;
+
 namespace {
 
 Track trackAt(const QString& path, bool missing = false, ArtworkSource source = {}) {

@@ -2,9 +2,9 @@
 // it): a folder dropped on the empty list, a search typed after Ctrl+F, a song dragged to a new place, a
 // song deleted with the Delete key, and one song's album taken from MusicBrainz's suggestion (a server of
 // the test's own on 127.0.0.1) in the inspector and saved into the file, where mutagen reads it.
-// Each step builds on the one before. The program's objects are made as main() makes them, with mpv
-// decoding for real. Pictures of the searched list and of the inspector go to $ORVELLE_SCREENSHOT_DIR
-// when it is set.
+// Each step builds on the one before. The program's objects are made as main() makes them (mpv as the
+// player, MPRIS on the test's own bus). Pictures of the searched list and of the inspector go to
+// $ORVELLE_SCREENSHOT_DIR when it is set.
 #include "playback/MpvAudioPlayer.h"
 #include "store/LibraryStore.h"
 #include "support/Fixtures.h"
@@ -21,6 +21,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListView>
@@ -31,6 +32,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
 
 namespace {

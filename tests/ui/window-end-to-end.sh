@@ -6,29 +6,16 @@
 # Usage: window-end-to-end.sh ORVELLE_BINARY SCREENSHOT.png
 set -euo pipefail
 
-if [ -z "${ORVELLE_E2E_INNER:-}" ]; then
-    for tool in xvfb-run dbus-run-session playerctl ffmpeg xwd xwininfo gdbus; do
+if [ -z "${ORVELLE_E2E_SCRATCH:-}" ]; then
+    for tool in playerctl ffmpeg xwd xwininfo gdbus; do
         command -v "$tool" > /dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
     done
-    scratch=$(mktemp -d)
-    trap 'rm -rf "$scratch"' EXIT
-    mkdir -p "$scratch"/{config,data,cache,runtime}
-    chmod 700 "$scratch/runtime"
-    # Under AddressSanitizer: libxkbcommon-x11 (Debian 12) reads a keymap name with strndup past its
-    # buffer's end, which only the strict string check reports; the X server path needs it off.
-    [ -z "${ASAN_OPTIONS:-}" ] || export ASAN_OPTIONS="$ASAN_OPTIONS:strict_string_checks=0"
-    # A display and a bus of its own, so no other test's player answers to playerctl.
-    exec env -u DBUS_SESSION_BUS_ADDRESS -u QT_QPA_PLATFORM ORVELLE_E2E_INNER="$scratch" \
-        XDG_CONFIG_HOME="$scratch/config" XDG_DATA_HOME="$scratch/data" XDG_CACHE_HOME="$scratch/cache" \
-        XDG_RUNTIME_DIR="$scratch/runtime" ORVELLE_AUDIO_OUTPUT=null \
-        ORVELLE_UPDATE_FEED_URL=http://127.0.0.1:9/appcast.json \
-        ORVELLE_MUSICBRAINZ_ENDPOINT=http://127.0.0.1:9/ws/2/recording \
-        xvfb-run -a -s "-screen 0 1280x900x24" dbus-run-session -- "$0" "$@"
+    exec "$(dirname "$0")/on-own-display.sh" "$0" "$@"
 fi
 
 orvelle=$1
 screenshot=$2
-music=$ORVELLE_E2E_INNER/music
+music=$ORVELLE_E2E_SCRATCH/music
 
 # Four albums of five 30-second songs, each album with a cover, and one song more.
 for album in 1 2 3 4; do
@@ -92,8 +79,8 @@ sleep 2 # let the position move on for the picture
 window=$(xwininfo -root -children | awk '/\("orvelle" / { print $1; exit }')
 [ -n "$window" ] || { echo "no Orvelle window on the display"; exit 1; }
 mkdir -p "$(dirname "$screenshot")"
-xwd -id "$window" -silent > "$ORVELLE_E2E_INNER/window.xwd"
-ffmpeg -loglevel error -y -i "$ORVELLE_E2E_INNER/window.xwd" "$screenshot"
+xwd -id "$window" -silent > "$ORVELLE_E2E_SCRATCH/window.xwd"
+ffmpeg -loglevel error -y -i "$ORVELLE_E2E_SCRATCH/window.xwd" "$screenshot"
 echo "screenshot: $screenshot"
 
 playerctl -p orvelle stop || true

@@ -205,6 +205,14 @@ const QHash<QString, std::function<Drawing()>>& drawings() {
              path.addPath(line({3.5, 12.5}, {12.5, 3.5}));
              return Drawing{path, {}};
          }},
+        {"web-browser",
+         [] {
+             QPainterPath globe;
+             globe.addEllipse(QRectF(1.5, 1.5, 13, 13));
+             globe.addEllipse(QRectF(5, 1.5, 6, 13));
+             globe.addPath(line({1.5, 8}, {14.5, 8}));
+             return Drawing{globe, {}};
+         }},
         {"image-x-generic",
          [] {
              QPainterPath frame;

@@ -59,9 +59,9 @@ int main(int argc, char** argv) {
         const QString album = QStringLiteral("Artist %1/Album %2").arg(a / 10).arg(a);
         for (int s = 1; s <= 10; ++s) {
             Track track;
-            track.url =
-                QUrl::fromLocalFile(music.addSong(QStringLiteral("%1/%2 Song.mp3").arg(album).arg(s)));
-            if (track.url.isEmpty()) {
+            track.setUrl(
+                QUrl::fromLocalFile(music.addSong(QStringLiteral("%1/%2 Song.mp3").arg(album).arg(s))));
+            if (track.url().isEmpty()) {
                 std::fprintf(stderr, "Couldn't make the song library (is ffmpeg installed?)\n");
                 return 1;
             }

@@ -149,10 +149,21 @@ qint64 peakResidentKiB() {
     return 0;
 }
 
-// One measurement in this fresh process; prints "seconds peak-KiB songs cpu-seconds".
+// What the process has used so far: "seconds peak-KiB songs cpu-seconds" on standard output.
+void printUsage(qsizetype songs) {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+                       (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+    std::printf("%.4f %lld %lld %.4f\n", sinceStart.nsecsElapsed() / 1e9, peakResidentKiB(), qlonglong(songs),
+                cpu);
+}
+
+// One measurement in this fresh process, taken once the songs are in (the store's teardown at exit is
+// not part of a start).
 int child(const QString& what, const QString& root) {
-    qsizetype count = 0;
     if (what == "taglib") {
+        qsizetype count = 0;
         QDirIterator it(root + "/music", {"*.mp3"}, QDir::Files, QDirIterator::Subdirectories);
         while (it.hasNext()) {
             const TagLib::FileRef file(QFile::encodeName(it.next()).constData(), true,
@@ -161,22 +172,17 @@ int child(const QString& what, const QString& root) {
                 file.audioProperties()->lengthInMilliseconds() >= 0)
                 ++count;
         }
-    } else {
-        QSettings settings(root + "/xdg/settings.ini", QSettings::IniFormat);
-        LibraryStore store(&settings, fixtures::noAudioPlayer,
-                           [](const QString&) { return std::optional<QUrl>(); });
-        QFuture<void> done =
-            what == "add" ? store.addURLs({QUrl::fromLocalFile(root + "/music")}) : store.restoreSession();
-        while (!done.isFinished())
-            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        count = store.tracks().size();
+        printUsage(count);
+        return 0;
     }
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
-                       (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-    std::printf("%.4f %lld %lld %.4f\n", sinceStart.nsecsElapsed() / 1e9, peakResidentKiB(), qlonglong(count),
-                cpu);
+    QSettings settings(root + "/xdg/settings.ini", QSettings::IniFormat);
+    LibraryStore store(&settings, fixtures::noAudioPlayer,
+                       [](const QString&) { return std::optional<QUrl>(); });
+    QFuture<void> done =
+        what == "add" ? store.addURLs({QUrl::fromLocalFile(root + "/music")}) : store.restoreSession();
+    while (!done.isFinished())
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    printUsage(store.tracks().size());
     return 0;
 }
 

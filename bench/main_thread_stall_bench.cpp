@@ -105,8 +105,8 @@ QList<Track> sessionOf(int count) {
     for (int i = 0; i < count; ++i) {
         Track track;
         track.id = QUuid::createUuid();
-        track.url = QUrl::fromLocalFile(QStringLiteral("/music/Album %1/Song %2.mp3").arg(i / 10).arg(i));
-        track.title = QStringLiteral("Song %1").arg(i);
+        track.setUrl(QUrl::fromLocalFile(QStringLiteral("/music/Album %1/Song %2.mp3").arg(i / 10).arg(i)));
+        track.setTitle(QStringLiteral("Song %1").arg(i));
         tracks.append(track);
     }
     return tracks;
@@ -178,10 +178,10 @@ int main(int argc, char** argv) {
 
     Track song;
     song.id = QUuid::createUuid();
-    song.url = music.url("library/Album 0/1 Song.mp3");
+    song.setUrl(music.url("library/Album 0/1 Song.mp3"));
     Track pipe = song;
     pipe.id = QUuid::createUuid();
-    pipe.url = QUrl::fromLocalFile(fifo);
+    pipe.setUrl(QUrl::fromLocalFile(fifo));
     const auto queue = [&](const QList<Track>& tracks) {
         return [&store, engine, tracks] {
             engine->stop();

@@ -76,7 +76,7 @@ int main(int argc, char** argv) {
     PlayerEngine engine(&settings, MpvAudioPlayer::factory());
     Track track;
     track.id = QUuid::createUuid();
-    track.url = QUrl::fromLocalFile(song);
+    track.setUrl(QUrl::fromLocalFile(song));
     engine.setQueue({track});
 
     engine.play();

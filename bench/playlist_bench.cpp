@@ -80,9 +80,9 @@ int main(int argc, char** argv) {
     tracks.reserve(entryCount);
     for (const PlaylistEntry& entry : result.entries) {
         Track track;
-        track.url = entry.url;
-        track.title = entry.title.value_or(QString());
-        track.artist = entry.artist.value_or(QString());
+        track.setUrl(entry.url);
+        track.setTitle(entry.title.value_or(QString()));
+        track.setArtist(entry.artist.value_or(QString()));
         track.duration = entry.duration.value_or(0);
         tracks.append(track);
     }

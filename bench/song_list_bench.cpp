@@ -45,9 +45,9 @@ QList<Track> library(fixtures::MusicFolder& music) {
     for (int i = 0; i < songCount; ++i) {
         Track track = albums[i % albumCount];
         track.id = QUuid::createUuid();
-        track.title = QStringLiteral("Song %1 of the day").arg(i);
-        track.artist = QStringLiteral("Artist %1").arg(i % 997);
-        track.album = QStringLiteral("Album %1").arg(i % albumCount);
+        track.setTitle(QStringLiteral("Song %1 of the day").arg(i));
+        track.setArtist(QStringLiteral("Artist %1").arg(i % 997));
+        track.setAlbum(QStringLiteral("Album %1").arg(i % albumCount));
         tracks.append(track);
     }
     return tracks;
@@ -141,7 +141,7 @@ int main(int argc, char** argv) {
     report("the first search keystroke", timed(view, 1, [&](int) { area.setSearchText("a"); }), "-");
     qsizetype searchChars = 0;
     for (const Track& track : store.tracks())
-        searchChars += displayTitle(track).size() + track.artist.size() + track.album.size() + 2;
+        searchChars += displayTitle(track).size() + track.artist().size() + track.album().size() + 2;
     // Each row's joined text: its characters (2 bytes each) and a string header with malloc's rounding.
     std::printf("the search's lower-cased texts: about %.0f KiB\n",
                 (searchChars * 2 + store.tracks().size() * 32) / 1024.0);

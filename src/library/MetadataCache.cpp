@@ -342,15 +342,16 @@ void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEn
 QFuture<void> MetadataCache::rememberSaved(const Track& track, const QString& file) {
     return QtConcurrent::run([track, file] {
         FileEntry entry;
-        entry.path = MetadataLoader::localPath(track.url);
+        entry.path = MetadataLoader::localPath(track.url());
         entry.stamp = FileStamp::of(entry.path);
-        entry.facts = {track.title,
-                       track.artist,
-                       track.album,
-                       track.duration,
-                       {track.albumArtist, track.trackNumber, track.year, track.genre, track.comment},
-                       track.artworkSource.kind() == ArtworkSource::Kind::Embedded ? track.artworkFingerprint
-                                                                                   : QByteArray()};
+        entry.facts = {
+            track.title(),
+            track.artist(),
+            track.album(),
+            track.duration,
+            {track.albumArtist(), track.trackNumber(), track.year(), track.genre(), track.comment()},
+            track.artworkSource().kind() == ArtworkSource::Kind::Embedded ? track.artworkFingerprint()
+                                                                          : QByteArray()};
         MetadataCache(file).remember({entry});
     });
 }

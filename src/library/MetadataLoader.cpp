@@ -4,8 +4,8 @@
 #include "library/LibraryLog.h"
 #include "library/MetadataCache.h"
 #include "library/MetadataReader.h"
-#include "tags/FileNames.h"
 #include "library/TrackArtwork.h"
+#include "tags/FileNames.h"
 #include "tags/FolderArtworkCache.h"
 #include "tags/Id3Genres.h"
 #include "tags/TextRules.h"
@@ -216,7 +216,7 @@ Track newTrack(const QUrl& url) {
     track.id = newTrackId();
     // Keeping the caller's URL when it is already normal shares its buffers instead of copying them.
     const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
-    track.url = normalized == url ? url : normalized;
+    track.setUrl(normalized == url ? url : normalized);
     return track;
 }
 
@@ -224,8 +224,8 @@ Track newTrack(const QUrl& url) {
 
 Track missingTrack(const QUrl& url, const std::optional<PlaylistEntry>& hint) {
     Track track = newTrack(url);
-    track.title = hint && hint->title ? *hint->title : fileNameWithoutExtension(url);
-    track.artist = hint ? hint->artist.value_or(QString()) : QString();
+    track.setTitle(hint && hint->title ? *hint->title : fileNameWithoutExtension(url));
+    track.setArtist(hint ? hint->artist.value_or(QString()) : QString());
     track.duration = hint && hint->duration && *hint->duration > 0 ? *hint->duration : 0;
     track.isMissing = true;
     return track;
@@ -235,24 +235,26 @@ Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const
                 const FolderPicture& folder) {
     Track track = newTrack(url);
     if (!facts.embeddedArtwork.isEmpty()) {
-        track.artworkFingerprint = facts.embeddedArtwork;
-        track.artworkSource = ArtworkSource::embedded();
+        track.setArtworkFingerprint(facts.embeddedArtwork);
+        track.setArtworkSource(ArtworkSource::embedded());
     } else if (!folder.imageUrl.isEmpty()) {
-        track.artworkFingerprint = folder.fingerprint;
-        track.artworkSource = ArtworkSource::folder(folder.imageUrl);
+        track.setArtworkFingerprint(folder.fingerprint);
+        track.setArtworkSource(ArtworkSource::folder(folder.imageUrl));
     }
     const double hintDuration = hint && hint->duration ? *hint->duration : 0;
     track.duration = facts.duration == 0 && hintDuration > 0 ? hintDuration : facts.duration;
-    track.title = !facts.title.isEmpty() ? facts.title : hint && hint->title ? *hint->title : fileNameWithoutExtension(url);
-    track.artist = !facts.artist.isEmpty() ? facts.artist
-                   : hint                  ? hint->artist.value_or(QString())
-                                           : QString();
-    track.album = facts.album;
-    track.albumArtist = facts.tags.albumArtist;
-    track.trackNumber = facts.tags.trackNumber;
-    track.year = facts.tags.year;
-    track.genre = facts.tags.genre;
-    track.comment = facts.tags.comment;
+    track.setTitle(!facts.title.isEmpty() ? facts.title
+                   : hint && hint->title  ? *hint->title
+                                          : fileNameWithoutExtension(url));
+    track.setArtist(!facts.artist.isEmpty() ? facts.artist
+                    : hint                  ? hint->artist.value_or(QString())
+                                            : QString());
+    track.setAlbum(facts.album);
+    track.setAlbumArtist(facts.tags.albumArtist);
+    track.setTrackNumber(facts.tags.trackNumber);
+    track.setYear(facts.tags.year);
+    track.setGenre(facts.tags.genre);
+    track.setComment(facts.tags.comment);
     return track;
 }
 

@@ -78,9 +78,9 @@ public:
 
     EntryText operator()(const Track& track) {
         EntryText text;
-        text.path = pathText(track.url);
+        text.path = pathText(track.url());
         const QString name = displayTitle(track);
-        QString label = track.artist.isEmpty() ? name : track.artist + QStringLiteral(" - ") + name;
+        QString label = track.artist().isEmpty() ? name : track.artist() + QStringLiteral(" - ") + name;
         // A line break inside the label would end its line and make the rest an entry of its own.
         std::replace_if(label.begin(), label.end(), PlaylistSyntax::isLineBreak, u' ');
         text.label = TextDecoding::trimmedSpacesAndTabs(label).toString();

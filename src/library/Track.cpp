@@ -18,20 +18,26 @@ QString ArtworkSource::label() const {
     return QStringLiteral("No artwork");
 }
 
+Track::Track()
+    : d([] {
+        static const QSharedDataPointer<TrackData> empty(new TrackData);
+        return empty;
+    }()) {}
+
 QString fileNameWithoutExtension(const QUrl& url) {
     return FileNames::withoutExtension(url.fileName()).toString();
 }
 
 QString displayTitle(const Track& track) {
-    return track.title.isEmpty() ? fileNameWithoutExtension(track.url) : track.title;
+    return track.title().isEmpty() ? fileNameWithoutExtension(track.url()) : track.title();
 }
 
 QString displayArtist(const Track& track) {
-    return track.artist.isEmpty() ? QStringLiteral("Unknown artist") : track.artist;
+    return track.artist().isEmpty() ? QStringLiteral("Unknown artist") : track.artist();
 }
 
 QString displayAlbum(const Track& track) {
-    return track.album.isEmpty() ? QStringLiteral("Unknown album") : track.album;
+    return track.album().isEmpty() ? QStringLiteral("Unknown album") : track.album();
 }
 
 QString formatTime(double seconds) {

@@ -2,11 +2,13 @@
 
 #include <QByteArray>
 #include <QMetaType>
+#include <QSharedDataPointer>
 #include <QString>
 #include <QUrl>
 #include <QUuid>
 
 #include <optional>
+#include <tuple>
 
 // Where a track's artwork came from. Ordered as folder, none, embedded.
 class ArtworkSource {
@@ -47,28 +49,80 @@ struct ExtendedTags {
     friend bool operator==(const ExtendedTags&, const ExtendedTags&) = default;
 };
 
-// One entry of the playlist: a plain value, identified by `id` (new at every load).
-struct Track {
-    QUuid id;
+// What a track holds besides its identity and numbers; shared between copies of the track.
+class TrackData : public QSharedData {
+public:
     QUrl url;
     QString title;
     QString artist;
     QString album;
-    double duration = 0;    // seconds, 0 when unknown
-    bool isMissing = false; // decided when the track was loaded, never re-checked
     QString albumArtist;
     QString trackNumber;
     QString year;
     QString genre;
     QString comment;
     ArtworkSource artworkSource;
-    // Names the picture artworkSource points at without holding it (equal for equal bytes, empty when there
-    // is none); TrackArtwork.h reads the bytes when something shows them.
     QByteArray artworkFingerprint;
 
-    friend bool operator==(const Track&, const Track&) = default;
+    friend bool operator==(const TrackData& a, const TrackData& b) {
+        const auto fields = [](const TrackData& t) {
+            return std::tie(t.url, t.title, t.artist, t.album, t.albumArtist, t.trackNumber, t.year, t.genre,
+                            t.comment, t.artworkSource, t.artworkFingerprint);
+        };
+        return fields(a) == fields(b);
+    }
 };
 
+// One entry of the playlist: a plain value, identified by `id` (new at every load).
+//
+// Cheap to copy, because the store, the engine, the song list and the session each hold the whole list and
+// every edit of 100,000 songs copies it: the identity and the two numbers stay plain fields, while the texts
+// and locations live in one implicitly shared payload that a setter copies only while it is shared.
+class Track {
+public:
+    // A track with no fields set shares one empty payload: it allocates nothing.
+    Track();
+
+    QUuid id;
+    double duration = 0;    // seconds, 0 when unknown
+    bool isMissing = false; // decided when the track was loaded, never re-checked
+
+    const QUrl& url() const { return d->url; }
+    const QString& title() const { return d->title; }
+    const QString& artist() const { return d->artist; }
+    const QString& album() const { return d->album; }
+    const QString& albumArtist() const { return d->albumArtist; }
+    const QString& trackNumber() const { return d->trackNumber; }
+    const QString& year() const { return d->year; }
+    const QString& genre() const { return d->genre; }
+    const QString& comment() const { return d->comment; }
+    const ArtworkSource& artworkSource() const { return d->artworkSource; }
+    // Names the picture artworkSource points at without holding it (equal for equal bytes, empty when there
+    // is none); TrackArtwork.h reads the bytes when something shows them.
+    const QByteArray& artworkFingerprint() const { return d->artworkFingerprint; }
+
+    void setUrl(const QUrl& url) { d->url = url; }
+    void setTitle(const QString& title) { d->title = title; }
+    void setArtist(const QString& artist) { d->artist = artist; }
+    void setAlbum(const QString& album) { d->album = album; }
+    void setAlbumArtist(const QString& albumArtist) { d->albumArtist = albumArtist; }
+    void setTrackNumber(const QString& trackNumber) { d->trackNumber = trackNumber; }
+    void setYear(const QString& year) { d->year = year; }
+    void setGenre(const QString& genre) { d->genre = genre; }
+    void setComment(const QString& comment) { d->comment = comment; }
+    void setArtworkSource(const ArtworkSource& source) { d->artworkSource = source; }
+    void setArtworkFingerprint(const QByteArray& fingerprint) { d->artworkFingerprint = fingerprint; }
+
+    friend bool operator==(const Track& a, const Track& b) {
+        return a.id == b.id && a.duration == b.duration && a.isMissing == b.isMissing &&
+               (a.d == b.d || *a.d == *b.d);
+    }
+
+private:
+    QSharedDataPointer<TrackData> d;
+};
+
+Q_DECLARE_TYPEINFO(Track, Q_RELOCATABLE_TYPE);
 Q_DECLARE_METATYPE(Track)
 
 // The names the program shows for a track, everywhere it shows one (list, transport bar, search, MPRIS,

@@ -12,14 +12,15 @@
 #include <algorithm>
 
 QByteArray artworkKey(const Track& track) {
-    return track.artworkSource.kind() == ArtworkSource::Kind::None ? QByteArray() : track.artworkFingerprint;
+    return track.artworkSource().kind() == ArtworkSource::Kind::None ? QByteArray()
+                                                                     : track.artworkFingerprint();
 }
 
 std::optional<QByteArray> loadArtwork(const Track& track) {
-    switch (track.artworkSource.kind()) {
+    switch (track.artworkSource().kind()) {
     case ArtworkSource::Kind::Embedded: {
         const QByteArray path =
-            QByteArray::fromPercentEncoding(track.url.path(QUrl::FullyEncoded).toLatin1());
+            QByteArray::fromPercentEncoding(track.url().path(QUrl::FullyEncoded).toLatin1());
         const AssetMetadata metadata = FileMetadataReader().read(path);
         // The reader lists at most one picture: the one the loader fingerprinted.
         const auto picture =
@@ -32,7 +33,7 @@ std::optional<QByteArray> loadArtwork(const Track& track) {
     case ArtworkSource::Kind::Folder:
         // The loader fingerprinted the same thumbnail: making it again from the same image gives the same
         // bytes.
-        return FolderArtworkCache::thumbnail(track.artworkSource.imageUrl());
+        return FolderArtworkCache::thumbnail(track.artworkSource().imageUrl());
     case ArtworkSource::Kind::None:
         break;
     }

@@ -1,5 +1,6 @@
 #include "library/TrackBatchLoader.h"
 
+#include "library/BackgroundPriority.h"
 #include "library/FileMetadataReader.h"
 #include "library/MetadataCache.h"
 #include "library/MetadataLoader.h"
@@ -31,8 +32,12 @@ QByteArray folderOf(const QByteArray& path) {
 
 // Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
 template <typename Sequence, typename Work> void onPool(Sequence& sequence, Work work) {
-    if (!sequence.isEmpty())
-        QtConcurrent::blockingMap(MetadataLoader::pool(), sequence, work);
+    if (sequence.isEmpty())
+        return;
+    QtConcurrent::blockingMap(MetadataLoader::pool(), sequence, [&work](auto& item) {
+        BackgroundPriority::lowerCurrentThread();
+        work(item);
+    });
 }
 
 // The chunk's tracks. Only the cache's connection works on this thread; stamps, checks, decoding, reading
@@ -125,6 +130,7 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
 } // namespace
 
 QList<Track> loadTracksNow(const QList<TrackRequest>& requests, const QString& cacheFile) {
+    BackgroundPriority::lowerCurrentThread(); // this thread queries the cache for every chunk
     MetadataCache cache(cacheFile);
     QList<Track> tracks;
     tracks.reserve(requests.size());
@@ -137,10 +143,6 @@ QList<Track> loadTracksNow(const QList<TrackRequest>& requests, const QString& c
         tracks.append(loadChunk(pending, cache));
     }
     return tracks;
-}
-
-QFuture<QList<Track>> loadTracks(const QList<TrackRequest>& requests) {
-    return QtConcurrent::run(importPool(), [requests] { return loadTracksNow(requests); });
 }
 
 QThreadPool* importPool() {

@@ -32,9 +32,6 @@ inline constexpr qsizetype chunkSize = 2048;
 QList<Track> loadTracksNow(const QList<TrackRequest>& requests,
                            const QString& cacheFile = MetadataCache::defaultFile());
 
-// Runs loadTracksNow on importPool().
-QFuture<QList<Track>> loadTracks(const QList<TrackRequest>& requests);
-
 // The threads that drive imports: each waits on its batches, so they are kept apart from the loaders'
 // own pool, where a waiting driver could take the place of the loads it waits for.
 QThreadPool* importPool();

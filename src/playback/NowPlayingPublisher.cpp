@@ -3,7 +3,7 @@
 NowPlayingInfo nowPlayingInfo(const Track& track, double duration, double elapsed, bool isPlaying) {
     NowPlayingInfo info;
     info.trackId = track.id;
-    info.url = track.url;
+    info.url = track.url();
     info.title = displayTitle(track);
     info.artist = displayArtist(track);
     info.album = displayAlbum(track);

@@ -135,7 +135,7 @@ void PlayerEngine::playTrackAt(int index) {
     }
     // The song is current while it opens, so that a change of the queue meanwhile follows it or stops it.
     setCurrentIndex(index);
-    QFuture<AudioPlayerCreation> opening = m_factory(track.url);
+    QFuture<AudioPlayerCreation> opening = m_factory(track.url());
     if (opening.isFinished()) {
         startOpenedSong(opening.takeResult());
         return;
@@ -182,7 +182,7 @@ void PlayerEngine::failLoading(int index, const AudioPlayerCreation& failure) {
         failure.missing
             ? displayTitle(track) + QStringLiteral(" isn't where the playlist says it is.")
             : QStringLiteral("Can't play ") + displayTitle(track) + QStringLiteral(": ") + failure.error;
-    qCDebug(lcPlayback) << "Could not start" << track.url << message;
+    qCDebug(lcPlayback) << "Could not start" << track.url() << message;
     setPlaybackError(message);
     setCurrentIndex(index);
     setIsPlaying(false);

@@ -32,11 +32,11 @@ QString songCount(qsizetype n) {
 // The picture a tag save writes, by where the track's artwork came from: a folder image only when the user
 // asked to embed it (read now), an embedded picture again, otherwise none.
 std::optional<QByteArray> artworkToWrite(const Track& track, bool embedFolderArtwork) {
-    switch (track.artworkSource.kind()) {
+    switch (track.artworkSource().kind()) {
     case ArtworkSource::Kind::Folder: {
         if (!embedFolderArtwork)
             return std::nullopt;
-        QFile image(track.artworkSource.imageUrl().toLocalFile());
+        QFile image(track.artworkSource().imageUrl().toLocalFile());
         if (!image.open(QIODevice::ReadOnly))
             return std::nullopt;
         return image.readAll();
@@ -381,7 +381,7 @@ void LibraryStore::revealInFileBrowser(const QSet<QUuid>& ids) {
     QList<QUrl> files;
     for (const Track& track : std::as_const(m_tracks)) {
         if (ids.contains(track.id) && !track.isMissing)
-            files.append(track.url);
+            files.append(track.url());
     }
     FileBrowser::showItems(files);
 }
@@ -406,7 +406,7 @@ QFuture<std::optional<QString>> LibraryStore::saveTags(const QUuid& id, const Mu
                              [track, metadata, embedFolderArtwork] {
                                  const std::optional<QByteArray> artwork =
                                      artworkToWrite(track, embedFolderArtwork);
-                                 return Written{ID3TagWriter::write(metadata, artwork, track.url),
+                                 return Written{ID3TagWriter::write(metadata, artwork, track.url()),
                                                 embedFolderArtwork && artwork ? artworkFingerprint(*artwork)
                                                                               : QByteArray()};
                              })
@@ -425,23 +425,23 @@ void LibraryStore::applySavedTags(const QUuid& id, const MusicMetadata& metadata
     if (index < 0)
         return;
     Track track = m_tracks[index];
-    track.title = metadata.title;
-    track.artist = metadata.artist;
-    track.album = metadata.album;
-    track.albumArtist = metadata.albumArtist;
-    track.trackNumber = metadata.trackNumber;
-    track.year = metadata.year;
-    track.genre = metadata.genre;
-    track.comment = metadata.comment;
+    track.setTitle(metadata.title);
+    track.setArtist(metadata.artist);
+    track.setAlbum(metadata.album);
+    track.setAlbumArtist(metadata.albumArtist);
+    track.setTrackNumber(metadata.trackNumber);
+    track.setYear(metadata.year);
+    track.setGenre(metadata.genre);
+    track.setComment(metadata.comment);
     if (!embeddedFingerprint.isEmpty()) {
-        track.artworkSource = ArtworkSource::embedded();
-        track.artworkFingerprint = embeddedFingerprint;
+        track.setArtworkSource(ArtworkSource::embedded());
+        track.setArtworkFingerprint(embeddedFingerprint);
     }
     QList<Track> tracks = m_tracks;
     tracks[index] = track;
     changeTracks(std::move(tracks));
     MetadataCache::rememberSaved(track);
-    setStatus(QStringLiteral("Saved tags to %1.").arg(track.url.fileName()));
+    setStatus(QStringLiteral("Saved tags to %1.").arg(track.url().fileName()));
 }
 
 // Session persistence.
@@ -471,12 +471,18 @@ void LibraryStore::writeSession() {
 
 QFuture<void> LibraryStore::restoreSession() {
     m_bookmarks.restore();
-    const std::optional<QList<PlaylistEntry>> entries = SessionFile::read();
-    if (!entries)
-        return QtFuture::makeReadyFuture();
-    return TrackBatchLoader::loadTracks(TrackBatchLoader::requestsFor(*entries))
-        .then(this, [this](QList<Track> loaded) {
-            changeTracks(std::move(loaded));
+    // Reading and parsing a long session file is file work like the loads: off the main thread with them.
+    auto load = []() -> std::optional<QList<Track>> {
+        const std::optional<QList<PlaylistEntry>> entries = SessionFile::read();
+        if (!entries)
+            return std::nullopt;
+        return TrackBatchLoader::loadTracksNow(TrackBatchLoader::requestsFor(*entries));
+    };
+    return QtConcurrent::run(TrackBatchLoader::importPool(), load)
+        .then(this, [this](std::optional<QList<Track>> loaded) {
+            if (!loaded)
+                return;
+            changeTracks(std::move(*loaded));
             setHasUnsavedChanges(false);
         });
 }

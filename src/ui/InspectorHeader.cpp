@@ -100,7 +100,7 @@ InspectorHeader::InspectorHeader(InspectorModel& model, QWidget* parent)
     auto* column = new QVBoxLayout;
     column->setSpacing(3);
     row->addLayout(column, 1);
-    auto* name = styledLabel(track.url.fileName(), Font::Headline, Tone::Primary, this);
+    auto* name = styledLabel(track.url().fileName(), Font::Headline, Tone::Primary, this);
     name->setObjectName(QStringLiteral("fileName"));
     name->setTextInteractionFlags(Qt::TextSelectableByMouse);
     column->addWidget(name);
@@ -112,14 +112,14 @@ InspectorHeader::InspectorHeader(InspectorModel& model, QWidget* parent)
         facts->setText(factsLine(*model.facts()));
         facts->show();
     });
-    auto* path = new HeadElidedLabel(track.url.toLocalFile(), this);
+    auto* path = new HeadElidedLabel(track.url().toLocalFile(), this);
     TextStyles::apply(path, Font::Caption2, Tone::Tertiary);
     column->addWidget(path);
 
     auto* artwork = new QHBoxLayout;
     artwork->setSpacing(4);
-    const bool fromFolder = track.artworkSource.kind() == ArtworkSource::Kind::Folder;
-    auto* source = styledLabel(track.artworkSource.label(), Font::Caption2, Tone::Secondary, this);
+    const bool fromFolder = track.artworkSource().kind() == ArtworkSource::Kind::Folder;
+    auto* source = styledLabel(track.artworkSource().label(), Font::Caption2, Tone::Secondary, this);
     auto* symbol = new QLabel(this);
     symbol->setPixmap(TextStyles::symbol(
         fromFolder ? QStringLiteral("folder") : QStringLiteral("image-x-generic"),

@@ -25,7 +25,7 @@ void InspectorModel::start() {
         m_facts = facts;
         emit factsChanged();
     });
-    if (m_track.title.isEmpty() && m_track.artist.isEmpty()) {
+    if (m_track.title().isEmpty() && m_track.artist().isEmpty()) {
         setLookup({Lookup::Kind::NoMatch, {}, {}});
         return;
     }

@@ -7,7 +7,7 @@
 #include <limits>
 
 FileDetails loadFileDetails(const Track& track) {
-    const QFileInfo file(track.url.toLocalFile());
+    const QFileInfo file(track.url().toLocalFile());
     return {file.suffix().toUpper(), file.exists() ? file.size() : 0, track.duration};
 }
 
@@ -29,19 +29,20 @@ bool isMP3(const QUrl& url) {
 }
 
 bool canSave(const Track& track, bool edited, bool embedFolderArtwork, bool isSaving) {
-    return isMP3(track.url) && !track.isMissing && !isSaving && (edited || embedFolderArtwork);
+    return isMP3(track.url()) && !track.isMissing && !isSaving && (edited || embedFolderArtwork);
 }
 
 bool offersArtworkEmbedding(const Track& track) {
-    return track.artworkSource.kind() == ArtworkSource::Kind::Folder && isMP3(track.url) && !track.isMissing;
+    return track.artworkSource().kind() == ArtworkSource::Kind::Folder && isMP3(track.url()) &&
+           !track.isMissing;
 }
 
 FooterNote footerNote(const Track& track, const std::optional<QString>& saveError, bool edited) {
     if (track.isMissing)
         return {FooterNote::Kind::Info, QStringLiteral("File is missing — nothing can be saved.")};
-    if (!isMP3(track.url))
+    if (!isMP3(track.url()))
         return {FooterNote::Kind::Info, QStringLiteral("Saving supports MP3 files only. This is a .%1 file.")
-                                            .arg(QFileInfo(track.url.path()).suffix().toLower())};
+                                            .arg(QFileInfo(track.url().path()).suffix().toLower())};
     if (saveError)
         return {FooterNote::Kind::Warning, *saveError};
     if (edited)

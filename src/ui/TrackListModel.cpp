@@ -90,19 +90,19 @@ int TrackListModel::rowOf(const QUuid& id) const {
 bool TrackListModel::matches(int row, const QString& query) const {
     const Track& track = m_tracks[row];
     if (query.contains(searchSeparator)) { // never typed; kept exact all the same
-        const QString texts[] = {displayTitle(track), track.artist, track.album};
+        const QString texts[] = {displayTitle(track), track.artist(), track.album()};
         return std::any_of(std::begin(texts), std::end(texts),
                            [&](const QString& text) { return text.toLower().contains(query); });
     }
     QString& joined = m_searchTexts[row];
     if (joined.isNull()) {
         const QString title = displayTitle(track);
-        joined.reserve(title.size() + track.artist.size() + track.album.size() + 2);
+        joined.reserve(title.size() + track.artist().size() + track.album().size() + 2);
         joined.append(title)
             .append(searchSeparator)
-            .append(track.artist)
+            .append(track.artist())
             .append(searchSeparator)
-            .append(track.album);
+            .append(track.album());
         joined = std::move(joined).toLower(); // in place: one allocation a row
     }
     return joined.contains(query);

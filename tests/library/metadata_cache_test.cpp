@@ -60,12 +60,12 @@ private:
             TrackBatchLoader::loadTracksNow(TrackBatchLoader::requestsFor(m_songs), m_cache);
         QStringList shown;
         for (const Track& track : tracks) {
-            Track read = MetadataLoader::loadTrackNow(track.url);
+            Track read = MetadataLoader::loadTrackNow(track.url());
             read.id = track.id;
             if (trusted && read != track)
-                return "stale entry for " + track.url.fileName();
+                return "stale entry for " + track.url().fileName();
             shown.append(QStringLiteral("%1 [%2]%3")
-                             .arg(displayTitle(track), track.artworkSource.label(),
+                             .arg(displayTitle(track), track.artworkSource().label(),
                                   track.isMissing ? " missing" : ""));
         }
         return shown.join(u'|');
@@ -157,9 +157,9 @@ private slots:
         } else if (fault.startsWith("saved")) {
             Track saved =
                 TrackBatchLoader::loadTracksNow(TrackBatchLoader::requestsFor({m_songs[0]}), m_cache)[0];
-            saved.title = "Zulu";
+            saved.setTitle("Zulu");
             QVERIFY(!ID3TagWriter::write({"Zulu", "Artist", "Album", "", "1", "", "", ""}, loadArtwork(saved),
-                                         saved.url));
+                                         saved.url()));
             MetadataCache::rememberSaved(saved, m_cache).waitForFinished();
             // The entry now answers for the saved file: a same-size, same-time edit stays unseen.
             QVERIFY(editInPlace(song, "Zulu", "Yank", modified(song)));

@@ -40,7 +40,8 @@ const auto urlOf = [](const QString& path) { return QUrl::fromLocalFile(path); }
 
 // Title, artist, album, album artist, track number, year, genre and comment, joined by '|'.
 QString textFields(const Track& t) {
-    return QStringList{t.title, t.artist, t.album, t.albumArtist, t.trackNumber, t.year, t.genre, t.comment}
+    return QStringList{t.title(),       t.artist(), t.album(), t.albumArtist(),
+                       t.trackNumber(), t.year(),   t.genre(), t.comment()}
         .join(u'|');
 }
 
@@ -149,16 +150,16 @@ private slots:
         if (withHint)
             hint = PlaylistEntry{urlOf(file), "Hint Title", "Hint Artist", 215.0};
         const Track track = loadWith(file, reader, hint);
-        QTEST(QStringList({track.title, track.artist, track.album, track.albumArtist,
+        QTEST(QStringList({track.title(), track.artist(), track.album(), track.albumArtist(),
                            QString::number(track.duration)})
                   .join(u'|'),
               "expected");
         const bool embeds = items.size() > 2;
         QCOMPARE(artworkKey(track),
                  embeds ? artworkFingerprint(fixtures::pictureBytes("JPG", Qt::red)) : QByteArray());
-        QCOMPARE(track.artworkSource, embeds ? ArtworkSource::embedded() : ArtworkSource::none());
+        QCOMPARE(track.artworkSource(), embeds ? ArtworkSource::embedded() : ArtworkSource::none());
         QCOMPARE(track.isMissing, missing);
-        QCOMPARE(track.url, urlOf(file));
+        QCOMPARE(track.url(), urlOf(file));
         QVERIFY(!track.id.isNull() && track.id != loadWith(file, reader, hint).id);
         QCOMPARE(MetadataLoader::loadExtendedTagsNow(urlOf(file), reader).albumArtist, missing ? "" : "Band");
     }
@@ -288,7 +289,7 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         const bool embeds = script.contains("img");
         QCOMPARE(loadArtwork(track), embeds ? std::optional(readFile(cover)) : std::nullopt);
         QCOMPARE(artworkKey(track), embeds ? artworkFingerprint(readFile(cover)) : QByteArray());
-        QCOMPARE(track.artworkSource, embeds ? ArtworkSource::embedded() : ArtworkSource::none());
+        QCOMPARE(track.artworkSource(), embeds ? ArtworkSource::embedded() : ArtworkSource::none());
         QCOMPARE(extendedFields(MetadataLoader::loadExtendedTags(urlOf(file)).result()),
                  expected.section(u'|', 3));
     }
@@ -309,9 +310,9 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         }
         QCOMPARE(loadArtwork(tracks[0]), std::optional<QByteArray>(readFile(picture)));
         QCOMPARE(artworkKey(tracks[1]), artworkKey(tracks[0]));
-        QCOMPARE(tracks[2].artworkSource, ArtworkSource::folder(urlOf(cover)));
+        QCOMPARE(tracks[2].artworkSource(), ArtworkSource::folder(urlOf(cover)));
         // The folder's picture is the one the folder artwork cache makes, byte for byte.
-        const std::optional<FolderArtworkCache::Found> folder = FolderArtworkCache().artwork(tracks[2].url);
+        const std::optional<FolderArtworkCache::Found> folder = FolderArtworkCache().artwork(tracks[2].url());
         QVERIFY(folder && !QImage::fromData(folder->data, "JPEG").isNull());
         QCOMPARE(loadArtwork(tracks[2]), std::optional(folder->data));
         QVERIFY(artworkKey(tracks[2]) != artworkKey(tracks[0]));
@@ -388,7 +389,7 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
             MetadataLoader::loadTrackNow(QUrl::fromEncoded("file://" + rawName.toPercentEncoding("/")));
         ::unlink(rawName.constData()); // the temporary folder's cleanup cannot name it
         QVERIFY(!track.isMissing && track.duration > 0.5);
-        QCOMPARE(track.title, QString::fromUtf8("caf\uFFFD \uFFFD"));
+        QCOMPARE(track.title(), QString::fromUtf8("caf\uFFFD \uFFFD"));
     }
 };
 

@@ -40,9 +40,9 @@ QStringList describe(const QList<PlaylistEntry>& entries) {
 
 Track track(const QString& path, const QString& artist, const QString& title, double duration) {
     Track result;
-    result.url = QUrl::fromLocalFile(path);
-    result.artist = artist;
-    result.title = title;
+    result.setUrl(QUrl::fromLocalFile(path));
+    result.setArtist(artist);
+    result.setTitle(title);
     result.duration = duration;
     return result;
 }

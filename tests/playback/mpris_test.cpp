@@ -41,13 +41,13 @@ private:
     Track song(const QString& fileName, const QString& title, const QString& artist = "John Coltrane",
                const QString& album = "Blue Train", const QByteArray& folderImage = {}) {
         Track track = fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
-        track.artist = artist;
-        track.album = album;
+        track.setArtist(artist);
+        track.setAlbum(album);
         if (!folderImage.isEmpty()) {
             const QString image = m_home->dir.filePath("cover.png");
             fixtures::writeFile(image, folderImage);
-            track.artworkSource = ArtworkSource::folder(QUrl::fromLocalFile(image));
-            track.artworkFingerprint = artworkFingerprint(loadArtwork(track).value_or(QByteArray()));
+            track.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
+            track.setArtworkFingerprint(artworkFingerprint(loadArtwork(track).value_or(QByteArray())));
         }
         return track;
     }
@@ -142,9 +142,9 @@ private slots:
                 "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
             // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must
             // be. (playerctl quotes object paths.)
-            QCOMPARE(playerctl({"metadata", "--format", format}), QString(shown) + "|200000000|'" +
-                                                                      trackId(track) + "'|" +
-                                                                      track.url.toString(QUrl::FullyEncoded));
+            QCOMPARE(playerctl({"metadata", "--format", format}),
+                     QString(shown) + "|200000000|'" + trackId(track) + "'|" +
+                         track.url().toString(QUrl::FullyEncoded));
             // The cover is written in the background and announced when it is there.
             const std::optional<QByteArray> picture = loadArtwork(track);
             QTRY_COMPARE(QUrl(playerctl({"metadata", "mpris:artUrl"}))
@@ -234,10 +234,10 @@ private slots:
         QCOMPARE(can(), "100000");
 
         const QString root = "org.mpris.MediaPlayer2";
-        QCOMPARE(
-            property("Identity", root) + property("CanRaise", root) + property("CanQuit", root) +
-                property("DesktopEntry", root),
-            "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string \"org.orvelle.Orvelle\"");
+        QCOMPARE(property("Identity", root) + property("CanRaise", root) + property("CanQuit", root) +
+                     property("DesktopEntry", root),
+                 "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string "
+                 "\"org.orvelle.Orvelle\"");
 
         // Each request is counted on its own signal, so one sent for the other shows.
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
@@ -277,7 +277,7 @@ private slots:
         QCOMPARE(m_changes[1], (QVariantMap{{"PlaybackStatus", "Paused"}}));
         QCOMPARE(m_changes[2], (QVariantMap{{"Volume", 0.5}}));
         const QVariantMap metadata = qdbus_cast<QVariantMap>(m_changes[3].value("Metadata"));
-        QCOMPARE(metadata.value("xesam:title"), QVariant(m_tracks[1].title));
+        QCOMPARE(metadata.value("xesam:title"), QVariant(m_tracks[1].title()));
         QCOMPARE(m_changes[3].value("PlaybackStatus"), QVariant("Playing"));
 
         // A SetPosition for a song no longer loaded is dropped; one for the loaded song is applied.

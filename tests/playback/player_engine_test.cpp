@@ -220,7 +220,7 @@ private slots:
         engine().setQueue(tracks);
         engine().play();
         QCOMPARE(state(), "0 not playing, no player: s0 isn't where the playlist says it is.");
-        QVERIFY(QFile(tracks.first().url.toLocalFile()).open(QIODevice::WriteOnly));
+        QVERIFY(QFile(tracks.first().url().toLocalFile()).open(QIODevice::WriteOnly));
         engine().togglePlayPause();
         QCOMPARE(state(), "0 playing at 0 s");
     }
@@ -266,12 +266,12 @@ private slots:
         QSignalSpy indexChanged(&engine(), &PlayerEngine::currentIndexChanged);
 
         tracks.move(1, 5);
-        tracks[5].title = "renamed";
+        tracks[5].setTitle("renamed");
         engine().setQueue(tracks);
         QCOMPARE(state(), "5 playing at 0 s");
         QCOMPARE(m_backend.opened, 1); // undisturbed
         QCOMPARE(indexChanged.count(), 1);
-        QCOMPARE(engine().currentTrack()->title, "renamed");
+        QCOMPARE(engine().currentTrack()->title(), "renamed");
         QCOMPARE(engine().orderPosition(), 5);
 
         tracks.removeAt(5);

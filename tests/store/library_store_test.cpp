@@ -1,5 +1,5 @@
-#include "library/TrackMetadata.h"
 #include "library/TrackArtwork.h"
+#include "library/TrackMetadata.h"
 #include "playback/MpvAudioPlayer.h"
 #include "playback/PlayerEngine.h"
 #include "store/LibraryStore.h"
@@ -25,7 +25,7 @@ const QByteArray embeddedCover = QByteArray("\x89PNG", 4) + QByteArray(200, 'e')
 QString titles(const QList<Track>& tracks) {
     QStringList result;
     for (const Track& track : tracks)
-        result.append(track.title);
+        result.append(track.title());
     return result.join(' ');
 }
 
@@ -52,8 +52,8 @@ QList<Track> applied(QList<Track> before, const TrackListChange& change, const Q
 Track song(const QString& title, const QUrl& url = {}) {
     Track track;
     track.id = QUuid::createUuid();
-    track.title = title;
-    track.url = url;
+    track.setTitle(title);
+    track.setUrl(url);
     return track;
 }
 
@@ -341,13 +341,13 @@ private slots:
         m_music->addFile("art/cover.jpg", folderCover);
         Track track = song("a", QUrl::fromLocalFile(m_music->addSong("a.mp3")));
         track.isMissing = situation == "missing";
-        track.albumArtist = "Old";
+        track.setAlbumArtist("Old");
         // The file's own picture is written again; a folder's only when asked.
         if (situation == "embedded")
-            QVERIFY(!ID3TagWriter::write({}, embeddedCover, track.url));
-        track.artworkFingerprint = artworkFingerprint(situation == "embedded" ? embeddedCover : "folder");
-        track.artworkSource = situation == "embedded" ? ArtworkSource::embedded()
-                                                      : ArtworkSource::folder(url("art/" + situation));
+            QVERIFY(!ID3TagWriter::write({}, embeddedCover, track.url()));
+        track.setArtworkFingerprint(artworkFingerprint(situation == "embedded" ? embeddedCover : "folder"));
+        track.setArtworkSource(situation == "embedded" ? ArtworkSource::embedded()
+                                                       : ArtworkSource::folder(url("art/" + situation)));
         store().setTracks(situation == "removed" ? QList<Track>() : QList<Track>{track});
         const QList<Track> before = store().tracks();
         const MusicMetadata metadata{"Título", "Artist", "Album", "", "3/12", "1999", "Rock", "note"};
@@ -363,9 +363,9 @@ private slots:
         QCOMPARE(store().status(), "Saved tags to a.mp3.");
         const Track saved = store().tracks().first();
         QVERIFY(musicMetadata(saved) == metadata);
-        QCOMPARE(saved.artworkFingerprint,
-                 written.isEmpty() ? track.artworkFingerprint : artworkFingerprint(written));
-        QCOMPARE(saved.artworkSource.kind() == ArtworkSource::Kind::Embedded, !written.isEmpty());
+        QCOMPARE(saved.artworkFingerprint(),
+                 written.isEmpty() ? track.artworkFingerprint() : artworkFingerprint(written));
+        QCOMPARE(saved.artworkSource().kind() == ArtworkSource::Kind::Embedded, !written.isEmpty());
         // The file holds the tag the writer builds for these values and that picture (or none).
         const std::optional<QByteArray> picture = written.isEmpty() ? std::nullopt : std::optional(written);
         QVERIFY(fixtures::readFile(m_music->filePath("a.mp3"))
@@ -380,7 +380,7 @@ private slots:
         store().setTracks({tracks[1], tracks[0]});
         QVERIFY(await(saving));
         QCOMPARE(saving.result(), std::nullopt);
-        QCOMPARE(store().tracks()[0].title, "New");
+        QCOMPARE(store().tracks()[0].title(), "New");
         QCOMPARE(store().tracks()[1], tracks[0]);
     }
 

@@ -21,8 +21,8 @@ namespace {
 Track songAt(const QString& path, const QString& title = {}, double duration = 0) {
     Track track;
     track.id = QUuid::createUuid();
-    track.url = QUrl::fromLocalFile(path);
-    track.title = title.isEmpty() ? QFileInfo(path).completeBaseName() : title;
+    track.setUrl(QUrl::fromLocalFile(path));
+    track.setTitle(title.isEmpty() ? QFileInfo(path).completeBaseName() : title);
     track.duration = duration;
     return track;
 }
@@ -105,7 +105,7 @@ private slots:
         QCOMPARE(store->tracks().size(), 1);
         const Track restored = store->tracks().first();
         QCOMPARE(QString("%1|%2|%3|%4")
-                     .arg(restored.artist, restored.title)
+                     .arg(restored.artist(), restored.title())
                      .arg(restored.duration)
                      .arg(restored.isMissing),
                  "Band|Song|215|1");

@@ -21,8 +21,8 @@ inline Track trackAt(const QString& path, const QString& title = {}, bool create
         QFile(path).open(QIODevice::WriteOnly);
     Track track;
     track.id = QUuid::createUuid();
-    track.url = QUrl::fromLocalFile(path);
-    track.title = title;
+    track.setUrl(QUrl::fromLocalFile(path));
+    track.setTitle(title);
     return track;
 }
 

@@ -74,7 +74,7 @@ class EditingEndToEndTest : public QObject {
     QStringList titles() const {
         QStringList shown;
         for (const Track& track : m_app->store().tracks())
-            shown << track.title;
+            shown << track.title();
         return shown;
     }
     // The titles of the rows the list shows.
@@ -230,13 +230,13 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!inspector, loadTimeoutMs);
 
         const Track saved = rowOf("Yesterday").data(TrackListModel::TrackRole).value<Track>();
-        QCOMPARE(saved.album, "Help!");
+        QCOMPARE(saved.album(), "Help!");
         if (!fixtures::haveTool(fixtures::systemPython()))
             QSKIP("mutagen is needed to read the tags back");
         const auto read = fixtures::run(
             fixtures::systemPython(),
             {"-c", "import mutagen.id3,sys; print(mutagen.id3.ID3(sys.argv[1])['TALB'].text[0])",
-             saved.url.toLocalFile()});
+             saved.url().toLocalFile()});
         QCOMPARE(QString::fromUtf8(read.out).trimmed(), "Help!");
     }
 };

@@ -8,9 +8,9 @@ namespace {
 
 Track trackAt(const QString& path, bool missing = false, ArtworkSource source = {}) {
     Track track;
-    track.url = QUrl::fromLocalFile(path);
+    track.setUrl(QUrl::fromLocalFile(path));
     track.isMissing = missing;
-    track.artworkSource = source;
+    track.setArtworkSource(source);
     return track;
 }
 

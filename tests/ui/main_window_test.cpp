@@ -207,7 +207,7 @@ private slots:
         QVERIFY2(m_window->subtitle().startsWith("3 songs · 3:00 · Edited"),
                  qPrintable(m_window->subtitle()));
         // A song that cannot be played says why there.
-        m_backend.unreadable.insert(m_store->tracks().first().url.toLocalFile(), "Broken file.");
+        m_backend.unreadable.insert(m_store->tracks().first().url().toLocalFile(), "Broken file.");
         engine().playTrackAt(0);
         QVERIFY2(m_window->subtitle().contains("Broken file."), qPrintable(m_window->subtitle()));
     }

@@ -55,7 +55,7 @@ class SongListAreaTest : public QObject {
     QString order() const {
         QStringList letters;
         for (const Track& track : m_store->tracks())
-            letters.append(track.title.startsWith("song ") ? track.title.mid(5) : displayTitle(track));
+            letters.append(track.title().startsWith("song ") ? track.title().mid(5) : displayTitle(track));
         return letters.join(' ');
     }
 

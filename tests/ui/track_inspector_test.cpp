@@ -61,10 +61,10 @@ class TrackInspectorTest : public QObject {
     Track song(const QString& title = "Yesterday", const QString& artist = "the beatles") {
         Track track;
         track.id = QUuid::createUuid();
-        track.url = QUrl::fromLocalFile(m_music->addSong("a.mp3"));
-        track.title = title;
-        track.artist = artist;
-        track.year = "1965";
+        track.setUrl(QUrl::fromLocalFile(m_music->addSong("a.mp3")));
+        track.setTitle(title);
+        track.setArtist(artist);
+        track.setYear("1965");
         track.duration = 1;
         m_store->setTracks({track});
         return track;
@@ -231,7 +231,7 @@ private slots:
     // Ticking only the embed box is something to save.
     void embedBoxAloneEnablesSave() {
         Track track = song();
-        track.artworkSource = ArtworkSource::folder(m_music->url("cover.jpg"));
+        track.setArtworkSource(ArtworkSource::folder(m_music->url("cover.jpg")));
         m_store->setTracks({track});
         open(track);
         QVERIFY(!canSave());
@@ -253,12 +253,12 @@ private slots:
         QVERIFY(!canSave());
         QVERIFY(shows("saving"));
         QVERIFY(accepted.wait());
-        QCOMPARE(m_store->tracks().first().album, "Help!");
+        QCOMPARE(m_store->tracks().first().album(), "Help!");
         const auto read = fixtures::run(fixtures::systemPython(),
                                         {"-c",
                                          "import mutagen.id3,sys; t=mutagen.id3.ID3(sys.argv[1]); "
                                          "print(t['TIT2'].text[0], t['TALB'].text[0], 'TRCK' in t)",
-                                         track.url.toLocalFile()});
+                                         track.url().toLocalFile()});
         QCOMPARE(QString::fromUtf8(read.out), "Yesterday Help! False\n");
     }
 
@@ -266,16 +266,16 @@ private slots:
     void showsAFailedSave() {
         const Track track = song();
         open(track);
-        QFile::remove(track.url.toLocalFile());
+        QFile::remove(track.url().toLocalFile());
         type("title", "Today");
         part<QPushButton>("save")->click();
         QTRY_COMPARE(text("footerNote"),
-                     (ID3TagWriter::WriteError{ID3TagWriter::WriteError::Kind::Unreadable, track.url, {}}
+                     (ID3TagWriter::WriteError{ID3TagWriter::WriteError::Kind::Unreadable, track.url(), {}}
                           .description()));
         QCOMPARE(part<QLabel>("footerNote")->palette().color(QPalette::WindowText), orange);
         QVERIFY(m_dialog->isVisible());
         QVERIFY(canSave());
-        QCOMPARE(m_store->tracks().first().title, "Yesterday");
+        QCOMPARE(m_store->tracks().first().title(), "Yesterday");
     }
 
     // A lookup waiting for its turn when the dialog closes is never sent.

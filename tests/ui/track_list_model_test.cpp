@@ -38,8 +38,8 @@ class TrackListModelTest : public QObject {
         QList<Track> tracks;
         for (const Tags& tags : songs) {
             Track track = fixtures::trackAt(m_music->addFile(tags.file), tags.title);
-            track.artist = tags.artist;
-            track.album = tags.album;
+            track.setArtist(tags.artist);
+            track.setAlbum(tags.album);
             track.isMissing = tags.missing;
             tracks.append(track);
         }
@@ -184,7 +184,7 @@ private slots:
         const QList<Track> tracks = setTitles({"a", "b", "c", "d"});
         const auto id = [&](const QString& title) {
             return std::find_if(tracks.begin(), tracks.end(),
-                                [&](const Track& t) { return t.title == title; })
+                                [&](const Track& t) { return t.title() == title; })
                 ->id;
         };
         m_filter->setSearchText(" "); // no song matches: the filter must follow too

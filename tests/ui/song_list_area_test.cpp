@@ -130,6 +130,15 @@ private slots:
         }
     }
 
+    // While searching, a row keeps its number in the whole playlist.
+    void numbersWhileSearching() {
+        setSongs({"a", "b", "c"});
+        const auto number = [&](int row) { return viewport().grab(rowLayout(row).number).toImage(); };
+        const QImage three = number(2);
+        m_area->setSearchText("song c");
+        QCOMPARE(number(0), three);
+    }
+
     // Reorder drops carry the dragged song's id; anything else, or any drop while searching, is refused.
     void reorderDrops_data() {
         QTest::addColumn<QString>("payload"); // a letter stands for that song's id

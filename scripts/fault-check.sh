@@ -113,7 +113,7 @@ ui-save-while-saving @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_
 ui-badge-for-no-score @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (confidence < 1) @@ if (confidence < 0)
 ui-footer-missing-first @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (track.isMissing) @@ if (track.isMissing && isMP3(track.url))
 model-move-destination @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.to > change.first ? change.to + 1 : change.to @@ change.to
-model-removed-runs @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ runs.last().first == *row + 1 @@ runs.last().first == *row
+model-insert-one-too-many @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.first, change.first + change.count - 1); @@ change.first, change.first + change.count);
 model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ return current && isPlaying(); @@ return current;
 cache-stamp-ignored @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (!stamp.regular || stored.stamp != stamp) @@ if (!stamp.regular)
 cache-seconds-only @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000

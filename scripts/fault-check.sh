@@ -100,6 +100,25 @@ store-open-unasked @@ src/store/LibraryStore.cpp @@ library_store_test @@ if (m_
 store-reveals-missing @@ src/store/LibraryStore.cpp @@ library_store_test @@ if (ids.contains(track.id) && !track.isMissing) @@ if (ids.contains(track.id))
 store-stale-session @@ src/store/LibraryStore.cpp @@ session_test @@ m_sessionCopy = m_tracks; @@ ;
 store-bookmarks-not-saved @@ src/store/LibraryStore.cpp @@ session_test @@ m_bookmarks.save(); @@ ;
+ui-subtitle-edited-untitled @@ src/ui/MainWindow.cpp @@ main_window_test @@ if (store.hasUnsavedChanges() && !store.playlistURL().isEmpty()) @@ if (store.hasUnsavedChanges())
+ui-search-case @@ src/ui/TrackFilterModel.cpp @@ track_list_model_test song_list_area_test @@ m_query = text.toLower(); @@ m_query = text;
+ui-row-number-filtered @@ src/ui/TrackRowDelegate.cpp @@ song_list_area_test @@ QString::number(index.data(TrackListModel::NumberRole).toInt()) @@ QString::number(index.row() + 1)
+ui-transport-always-enabled @@ src/ui/TransportBar.cpp @@ transport_bar_test main_window_test @@ button->setEnabled(hasQueue); @@ button->setEnabled(true);
+ui-actions-always-enabled @@ src/ui/WindowActions.cpp @@ main_window_test @@ item->setEnabled(hasSongs); @@ item->setEnabled(true);
+ui-move-up-first-row @@ src/ui/SongListArea.cpp @@ song_list_area_test @@ canReorder && playlistRow > 0 @@ canReorder && playlistRow >= 0
+ui-save-extension @@ src/ui/FileDialogs.cpp @@ file_dialogs_test @@ chosen.path() + QStringLiteral(".m3u8") @@ chosen.path() + QStringLiteral(".m3u")
+ui-mute-never-unmutes @@ src/ui/TransportBar.cpp @@ transport_bar_test @@ m_engine.volume() > 0 ? 0.0f : 0.5f @@ m_engine.volume() >= 0 ? 0.0f : 0.5f
+ui-repeat-cycle @@ src/ui/TransportBar.cpp @@ transport_bar_test main_window_test @@ return RepeatMode::One; @@ return RepeatMode::Off;
+ui-save-while-saving @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ !track.isMissing && !isSaving && @@ !track.isMissing &&
+ui-badge-for-no-score @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (confidence < 1) @@ if (confidence < 0)
+ui-footer-missing-first @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (track.isMissing) @@ if (track.isMissing && isMP3(track.url))
+model-move-destination @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.to > change.first ? change.to + 1 : change.to @@ change.to
+model-insert-one-too-many @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.first, change.first + change.count - 1); @@ change.first, change.first + change.count);
+model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ return current && isPlaying(); @@ return current;
+cache-stamp-ignored @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (!stamp.regular || stored.stamp != stamp) @@ if (!stamp.regular)
+cache-seconds-only @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000
+cache-newer-version-used @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (found > version) { @@ if (found > version + 1) {
+store-insert-announced-late @@ src/store/LibraryStore.cpp @@ library_store_test @@ TrackListChange::inserted(int(at), int(added)) @@ TrackListChange::inserted(int(at) + 1, int(added))
 EOF
 )
 

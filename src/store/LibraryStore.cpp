@@ -20,14 +20,14 @@
 #include <algorithm>
 #include <cstdlib>
 
+QString songCount(qsizetype n) {
+    return QStringLiteral("%1 %2").arg(n).arg(n == 1 ? QStringLiteral("song") : QStringLiteral("songs"));
+}
+
 namespace {
 
 // The pause between the last change of the list and the session write: a burst of edits writes once.
 constexpr std::chrono::milliseconds sessionSaveDelay{700};
-
-QString songCount(qsizetype n) {
-    return QStringLiteral("%1 %2").arg(n).arg(n == 1 ? QStringLiteral("song") : QStringLiteral("songs"));
-}
 
 // The picture a tag save writes, by where the track's artwork came from: a folder image only when the user
 // asked to embed it (read now), an embedded picture again, otherwise none.

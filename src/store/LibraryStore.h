@@ -22,6 +22,9 @@
 class PlayerEngine;
 class QSettings;
 
+// "1 song", "3 songs": how every sentence of the program counts songs.
+QString songCount(qsizetype n);
+
 // Asks the user where to save the playlist, offering `suggestedName` (no extension). Returns the chosen
 // file URL, or nothing when the user cancels. The window hands in its save dialog.
 using SaveDestinationChooser = std::function<std::optional<QUrl>(const QString& suggestedName)>;

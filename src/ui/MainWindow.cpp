@@ -4,6 +4,7 @@
 #include "store/LibraryStore.h"
 #include "ui/AboutBox.h"
 #include "ui/CoverThumbnails.h"
+#include "ui/Divider.h"
 #include "ui/FloppyDiskIcon.h"
 #include "ui/Icons.h"
 #include "ui/IncomingUrls.h"
@@ -39,18 +40,6 @@ namespace {
 
 constexpr int minimumContentWidth = 620;
 constexpr int minimumContentHeight = 440;
-
-QString songCount(qsizetype count) {
-    return QStringLiteral("%1 %2").arg(count).arg(count == 1 ? QStringLiteral("song")
-                                                             : QStringLiteral("songs"));
-}
-
-QFrame* divider(QWidget* parent) {
-    auto* line = new QFrame(parent);
-    line->setFrameShape(QFrame::HLine);
-    line->setFrameShadow(QFrame::Sunken);
-    return line;
-}
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "ui/TrackInspector.h"
 
+#include "ui/Divider.h"
 #include "ui/InspectorFieldRow.h"
 #include "ui/InspectorHeader.h"
 #include "ui/InspectorLookupRow.h"
@@ -16,17 +17,6 @@
 
 using TextStyles::Font;
 using TextStyles::Tone;
-
-namespace {
-
-QFrame* divider(QWidget* parent) {
-    auto* line = new QFrame(parent);
-    line->setFrameShape(QFrame::HLine);
-    line->setFrameShadow(QFrame::Sunken);
-    return line;
-}
-
-} // namespace
 
 TrackInspector::TrackInspector(const Track& track, LibraryStore& store, MetadataService& service,
                                QWidget* parent)

@@ -1,6 +1,8 @@
 // The save dialog's extension rule and the name filters standing in for file types.
 #include "ui/FileDialogs.h"
 
+#include "library/MetadataLoader.h"
+
 #include <QTest>
 
 class FileDialogsTest : public QObject {
@@ -30,10 +32,7 @@ private slots:
 
     void filters() {
         QCOMPARE(playlistNameFilters(), (QStringList{"Playlists (*.m3u *.m3u8 *.pls)", "All files (*)"}));
-        const QStringList audio = audioNameFilters();
-        QCOMPARE(audio.size(), 1);
-        QCOMPARE(audio.first().count("*."), 15);
-        QVERIFY(audio.first().contains("*.caf") && audio.first().contains("*.flac"));
+        QCOMPARE(audioNameFilters().first().count("*."), MetadataLoader::playableExtensions().size());
     }
 };
 

@@ -146,6 +146,12 @@ private slots:
             QCOMPARE(useAllButtonText(differing), button);
         }
     }
+
+    // A score of 0 means MusicBrainz gave none: no badge.
+    void confidenceBadge() {
+        QCOMPARE(::confidenceBadge(0), std::nullopt);
+        QCOMPARE(::confidenceBadge(1), "1% match");
+    }
 };
 
 QTEST_GUILESS_MAIN(InspectorRulesTest)

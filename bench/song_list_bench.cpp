@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr int songCount = 100000;
+constexpr int librarySize = 100000;
 constexpr int albumCount = 200;
 
 // One song per album read from disk with its folder cover, then repeated with new ids and titles.
@@ -41,8 +41,8 @@ QList<Track> library(fixtures::MusicFolder& music) {
         albums.append(MetadataLoader::loadTrackNow(QUrl::fromLocalFile(music.addSong(folder + "/song.mp3"))));
     }
     QList<Track> tracks;
-    tracks.reserve(songCount);
-    for (int i = 0; i < songCount; ++i) {
+    tracks.reserve(librarySize);
+    for (int i = 0; i < librarySize; ++i) {
         Track track = albums[i % albumCount];
         track.id = QUuid::createUuid();
         track.setTitle(QStringLiteral("Song %1 of the day").arg(i));
@@ -134,7 +134,7 @@ int main(int argc, char** argv) {
     if (!QTest::qWaitFor([&] { return covers.decodeCount() >= std::min(albumCount, rowsOnScreen); }, 20000))
         std::printf("(some covers were not ready)\n");
     QCoreApplication::processEvents();
-    std::printf("%d songs, %d rows on screen\n", songCount, rowsOnScreen);
+    std::printf("%d songs, %d rows on screen\n", librarySize, rowsOnScreen);
     report("paint one screen of rows with covers", timed(view, 30, [](int) {}), "8 ms");
 
     // Keystrokes: the first search also lower-cases every song's texts once.
@@ -153,11 +153,11 @@ int main(int argc, char** argv) {
     report("clearing the search", timed(view, 1, [&](int) { area.setSearchText(""); }), "-");
 
     // Remove the selected song with the Delete key, somewhere in the middle of the list.
-    view.scrollTo(view.model()->index(songCount / 2, 0));
+    view.scrollTo(view.model()->index(librarySize / 2, 0));
     report("remove one selected song with Delete",
            timed(view, 10,
                  [&](int run) {
-                     view.selectionModel()->select(view.model()->index(songCount / 2 + run, 0),
+                     view.selectionModel()->select(view.model()->index(librarySize / 2 + run, 0),
                                                    QItemSelectionModel::ClearAndSelect);
                      QTest::keyClick(&view, Qt::Key_Delete);
                  }),

@@ -24,7 +24,7 @@ AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
         FileNames::extension(QFile::decodeName(localPath.sliced(localPath.lastIndexOf('/') + 1)));
     AssetMetadata metadata;
     if (TagLibMetadataReader::reads(extension)) {
-        metadata = TagLibMetadataReader::read(fd, status.st_size, extension);
+        metadata = TagLibMetadataReader::read(fd, status.st_size, extension, m_pictures);
         // TagLib reads only the ID3 chunk of an AIFF file; FFmpeg also reads its name, author and
         // annotation chunks.
         const bool untaggedAiff =

@@ -7,5 +7,10 @@
 // FIFO, a device) is unreadable without being read. Stateless; safe from any number of threads.
 class FileMetadataReader final : public MetadataReader {
 public:
+    explicit FileMetadataReader(PictureData pictures = PictureData::Bytes)
+        : m_pictures(pictures) {}
     AssetMetadata read(const QByteArray& localPath) const override;
+
+private:
+    PictureData m_pictures;
 };

@@ -26,7 +26,7 @@ namespace MetadataLoader {
 namespace {
 
 const FileMetadataReader& fileReader() {
-    static const FileMetadataReader reader;
+    static const FileMetadataReader reader(PictureData::Fingerprint); // tracks keep only fingerprints
     return reader;
 }
 
@@ -182,7 +182,9 @@ FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader) {
     facts.duration = std::isfinite(metadata.duration) && metadata.duration > 0 ? metadata.duration : 0;
     facts.tags = extendedTags(metadata.items);
     if (common.artwork)
-        facts.embeddedArtwork = artworkFingerprint(*common.artwork);
+        facts.embeddedArtwork = metadata.pictureData == PictureData::Fingerprint
+                                    ? *common.artwork
+                                    : artworkFingerprint(*common.artwork);
     return facts;
 }
 

@@ -16,10 +16,14 @@
 
 enum class CommonKey { Title, Artist, Author, Creator, AlbumName, Artwork };
 
+// What an Artwork item holds: the encoded image, or only its fingerprint (artworkFingerprint in
+// TrackArtwork.h), hashed where the tag library keeps the bytes, for a reader that only tells pictures apart.
+enum class PictureData { Bytes, Fingerprint };
+
 struct CommonItem {
     CommonKey key = CommonKey::Title;
     std::optional<QString> stringValue;  // the text keys; never an empty string
-    std::optional<QByteArray> dataValue; // Artwork: the encoded image
+    std::optional<QByteArray> dataValue; // Artwork: the encoded image, or its fingerprint (PictureData)
 };
 
 // Identifiers of the items the program reads, "<format>/<field>". Fields of other tag formats (Vorbis
@@ -51,6 +55,7 @@ struct AssetMetadata {
     QList<CommonItem> commonItems;
     QList<MetadataItem> items; // ID3 items, then iTunes items, then the rest
     double duration = 0;       // seconds as the container states it; 0 (or not finite) when unknown
+    PictureData pictureData = PictureData::Bytes;
 };
 
 // Reads the metadata of a local file. Implementations are blocking and are called from the loaders' pool,

@@ -2,6 +2,7 @@
 
 #include "library/ReadOnlyFileStream.h"
 #include "library/TagItems.h"
+#include "library/TrackArtwork.h"
 #include "tags/Id3Genres.h"
 
 #include <taglib/aifffile.h>
@@ -43,6 +44,13 @@ QString joined(const TagLib::StringList& values) {
     return qString(values.toString(" / "));
 }
 
+// What an Artwork item holds of these picture bytes: with only the fingerprint wanted, the bytes are hashed
+// where TagLib keeps them rather than copied.
+QByteArray pictureItem(const char* data, qsizetype size, PictureData wanted) {
+    const QByteArrayView image(data, size);
+    return wanted == PictureData::Fingerprint ? artworkFingerprint(image) : image.toByteArray();
+}
+
 // The picture a tag shows: its front cover, else its first picture.
 class PictureChoice {
 public:
@@ -53,9 +61,9 @@ public:
         m_found = true;
         m_isFrontCover = isFrontCover;
     }
-    void addTo(TagItems& items) const {
+    void addTo(TagItems& items, PictureData wanted) const {
         if (m_found)
-            items.addPicture(QByteArray(m_image.data(), m_image.size()));
+            items.addPicture(pictureItem(m_image.data(), m_image.size(), wanted));
     }
 
 private:
@@ -108,7 +116,7 @@ const TextFrame textFrames[] = {
     {"TYER", {}, &id::id3Year},
 };
 
-TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
+TagItems fromId3v2(const TagLib::ID3v2::Tag& tag, PictureData pictures) {
     using namespace TagLib::ID3v2;
     TagItems out;
     PictureChoice picture;
@@ -136,7 +144,7 @@ TagItems fromId3v2(const TagLib::ID3v2::Tag& tag) {
                 out.addText(text->key, frameText(*frame));
         }
     }
-    picture.addTo(out);
+    picture.addTo(out, pictures);
     return out;
 }
 
@@ -170,7 +178,7 @@ TagItems fromId3v1(const TagLib::ID3v1::Tag& tag) {
     return out;
 }
 
-TagItems fromApe(const TagLib::APE::Tag& tag) {
+TagItems fromApe(const TagLib::APE::Tag& tag, PictureData pictures) {
     TagItems out = fromNamedFields(tag.properties());
     const TagLib::APE::ItemListMap& items = tag.itemListMap();
     const auto cover = items.find("COVER ART (FRONT)");
@@ -179,7 +187,7 @@ TagItems fromApe(const TagLib::APE::Tag& tag) {
         const TagLib::ByteVector& data = cover->second.binaryData();
         const int end = data.find('\0');
         if (end >= 0)
-            out.addPicture(QByteArray(data.data() + end + 1, int(data.size()) - end - 1));
+            out.addPicture(pictureItem(data.data() + end + 1, qsizetype(data.size()) - end - 1, pictures));
     }
     return out;
 }
@@ -226,7 +234,7 @@ Mp4Genres genres(TagLib::MP4::File& file, const QString& userGenre) {
     return read;
 }
 
-TagItems fromMp4(TagLib::MP4::File& file) {
+TagItems fromMp4(TagLib::MP4::File& file, PictureData pictures) {
     const TagLib::MP4::ItemMap& atoms = file.tag()->itemMap();
     const auto atom = [&atoms](const char* name) -> const TagLib::MP4::Item* {
         const auto found = atoms.find(name);
@@ -245,7 +253,7 @@ TagItems fromMp4(TagLib::MP4::File& file) {
     if (const TagLib::MP4::Item* covers = atom("covr")) {
         const TagLib::MP4::CoverArtList list = covers->toCoverArtList();
         if (!list.isEmpty())
-            out.addPicture(QByteArray(list.front().data().data(), list.front().data().size()));
+            out.addPicture(pictureItem(list.front().data().data(), list.front().data().size(), pictures));
     }
     out.addText(id::iTunesAlbumArtist, text("aART"));
     if (const TagLib::MP4::Item* track = atom("trkn")) {
@@ -262,8 +270,10 @@ TagItems fromMp4(TagLib::MP4::File& file) {
     return out;
 }
 
-template <typename File> AssetMetadata finish(File& file, const QList<TagItems>& mostTrustedFirst) {
+template <typename File>
+AssetMetadata finish(File& file, const QList<TagItems>& mostTrustedFirst, PictureData pictures) {
     AssetMetadata metadata;
+    metadata.pictureData = pictures;
     metadata.readable = file.isValid();
     if (!metadata.readable)
         return metadata;
@@ -273,29 +283,29 @@ template <typename File> AssetMetadata finish(File& file, const QList<TagItems>&
     return metadata;
 }
 
-AssetMetadata readMpeg(TagLib::IOStream* stream) {
+AssetMetadata readMpeg(TagLib::IOStream* stream, PictureData pictures) {
     TagLib::MPEG::File file(stream, TagLib::ID3v2::FrameFactory::instance(), true, AudioProperties::Fast);
     QList<TagItems> tags;
     if (file.isValid()) {
         if (file.hasID3v2Tag())
-            tags.append(fromId3v2(*file.ID3v2Tag()));
+            tags.append(fromId3v2(*file.ID3v2Tag(), pictures));
         if (file.hasAPETag())
-            tags.append(fromApe(*file.APETag()));
+            tags.append(fromApe(*file.APETag(), pictures));
         if (file.hasID3v1Tag())
             tags.append(fromId3v1(*file.ID3v1Tag()));
     }
-    return finish(file, tags);
+    return finish(file, tags, pictures);
 }
 
-AssetMetadata readMp4(TagLib::IOStream* stream) {
+AssetMetadata readMp4(TagLib::IOStream* stream, PictureData pictures) {
     TagLib::MP4::File file(stream, true, AudioProperties::Fast);
     QList<TagItems> tags;
     if (file.isValid() && file.hasMP4Tag())
-        tags.append(fromMp4(file));
-    return finish(file, tags);
+        tags.append(fromMp4(file, pictures));
+    return finish(file, tags, pictures);
 }
 
-AssetMetadata readFlac(TagLib::IOStream* stream) {
+AssetMetadata readFlac(TagLib::IOStream* stream, PictureData pictures) {
     TagLib::FLAC::File file(stream, TagLib::ID3v2::FrameFactory::instance(), true, AudioProperties::Fast);
     QList<TagItems> tags;
     if (file.isValid()) {
@@ -311,34 +321,34 @@ AssetMetadata readFlac(TagLib::IOStream* stream) {
             comments = fromNamedFields(file.xiphComment()->properties());
             offer(file.xiphComment()->pictureList());
         }
-        picture.addTo(comments);
+        picture.addTo(comments, pictures);
         tags.append(comments);
         if (file.hasID3v2Tag())
-            tags.append(fromId3v2(*file.ID3v2Tag()));
+            tags.append(fromId3v2(*file.ID3v2Tag(), pictures));
         if (file.hasID3v1Tag())
             tags.append(fromId3v1(*file.ID3v1Tag()));
     }
-    return finish(file, tags);
+    return finish(file, tags, pictures);
 }
 
-AssetMetadata readWav(TagLib::IOStream* stream) {
+AssetMetadata readWav(TagLib::IOStream* stream, PictureData pictures) {
     TagLib::RIFF::WAV::File file(stream, true, AudioProperties::Fast);
     QList<TagItems> tags;
     if (file.isValid()) {
         if (file.hasID3v2Tag())
-            tags.append(fromId3v2(*file.ID3v2Tag()));
+            tags.append(fromId3v2(*file.ID3v2Tag(), pictures));
         if (file.hasInfoTag())
             tags.append(fromNamedFields(file.InfoTag()->properties()));
     }
-    return finish(file, tags);
+    return finish(file, tags, pictures);
 }
 
-AssetMetadata readAiff(TagLib::IOStream* stream) {
+AssetMetadata readAiff(TagLib::IOStream* stream, PictureData pictures) {
     TagLib::RIFF::AIFF::File file(stream, true, AudioProperties::Fast);
     QList<TagItems> tags;
     if (file.isValid() && file.hasID3v2Tag())
-        tags.append(fromId3v2(*file.tag()));
-    return finish(file, tags);
+        tags.append(fromId3v2(*file.tag(), pictures));
+    return finish(file, tags, pictures);
 }
 
 } // namespace
@@ -348,17 +358,17 @@ bool reads(QStringView lowerExtension) {
     return known.contains(lowerExtension);
 }
 
-AssetMetadata read(int fd, long long size, QStringView lowerExtension) {
+AssetMetadata read(int fd, long long size, QStringView lowerExtension, PictureData pictures) {
     ReadOnlyFileStream stream(fd, size);
     if (lowerExtension == u"mp3")
-        return readMpeg(&stream);
+        return readMpeg(&stream, pictures);
     if (lowerExtension == u"flac")
-        return readFlac(&stream);
+        return readFlac(&stream, pictures);
     if (lowerExtension == u"wav")
-        return readWav(&stream);
+        return readWav(&stream, pictures);
     if (lowerExtension.startsWith(u"aif"))
-        return readAiff(&stream);
-    return readMp4(&stream);
+        return readAiff(&stream, pictures);
+    return readMp4(&stream, pictures);
 }
 
 } // namespace TagLibMetadataReader

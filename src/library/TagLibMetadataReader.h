@@ -13,6 +13,7 @@ bool reads(QStringView lowerExtension);
 // Reads the open regular file `fd` of `size` bytes (taking ownership of it) as the format its extension
 // names. The duration is TagLib's fast estimate. `readable` is false when TagLib does not recognise the
 // content.
-AssetMetadata read(int fd, long long size, QStringView lowerExtension);
+AssetMetadata read(int fd, long long size, QStringView lowerExtension,
+                   PictureData pictures = PictureData::Bytes);
 
 } // namespace TagLibMetadataReader

@@ -52,7 +52,7 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         if (!stored.contains(item.folder))
             stored.insert(item.folder, cache.filesIn(item.folder));
     }
-    static const FileMetadataReader reader;
+    static const FileMetadataReader reader(PictureData::Fingerprint); // only fingerprints are kept
     onPool(pending, [&stored](Pending& item) {
         item.stamp = FileStamp::of(item.path);
         if (!item.stamp.exists)

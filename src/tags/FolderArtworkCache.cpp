@@ -75,12 +75,6 @@ QList<QUrl> searchedFolders(const QUrl& songUrl) {
 FolderArtworkCache::FolderArtworkCache(ScanObserver onScan)
     : m_onScan(std::move(onScan)) {}
 
-FolderArtworkCache& FolderArtworkCache::shared() {
-    // Never destroyed: metadata loads on pool threads may still ask while the program exits.
-    static auto* instance = new FolderArtworkCache;
-    return *instance;
-}
-
 const QList<QString>& FolderArtworkCache::imageExtensions() {
     static const QList<QString> extensions{u"jpg"_qs, u"jpeg"_qs, u"png"_qs, u"gif"_qs,
                                            u"bmp"_qs, u"tiff"_qs, u"tif"_qs, u"heic"_qs};

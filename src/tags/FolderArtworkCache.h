@@ -42,9 +42,6 @@ public:
     FolderArtworkCache(const FolderArtworkCache&) = delete;
     FolderArtworkCache& operator=(const FolderArtworkCache&) = delete;
 
-    // The one instance the program shares, created on first use and kept until exit.
-    static FolderArtworkCache& shared();
-
     // Cover art for the song at songUrl (a local file URL). Blocks while a folder is being scanned.
     std::optional<Found> artwork(const QUrl& songUrl);
     // Cached search of one folder (a local file URL).

@@ -6,7 +6,7 @@
 #include "library/MetadataReader.h"
 #include "library/TrackArtwork.h"
 #include "tags/FileNames.h"
-#include "tags/FolderArtworkCache.h"
+#include "tags/FolderArtwork.h"
 #include "tags/Id3Genres.h"
 #include "tags/TextRules.h"
 
@@ -189,7 +189,7 @@ FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader) {
 }
 
 FolderPicture folderPicture(const QUrl& songUrl) {
-    const std::optional<QUrl> image = FolderArtworkCache::imageFor(songUrl);
+    const std::optional<QUrl> image = FolderArtwork::imageFor(songUrl);
     if (!image)
         return {};
     const QByteArray path = localPath(*image);

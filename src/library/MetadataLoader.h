@@ -64,7 +64,7 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
 // The file at `localPath` (the file system's own bytes), read once.
 FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader);
 // The folder cover for a song without a picture of its own, found without decoding it
-// (FolderArtworkCache::imageFor).
+// (FolderArtwork::imageFor).
 FolderPicture folderPicture(const QUrl& songUrl);
 // The track of an existing file from what it says, the hint and, when it has no picture, its folder's.
 Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const FileFacts& facts,

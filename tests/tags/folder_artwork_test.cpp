@@ -1,20 +1,15 @@
 #include "support/FileContents.h"
 #include "support/Fixtures.h"
 #include "support/Pictures.h"
-#include "tags/FolderArtworkCache.h"
+#include "tags/FolderArtwork.h"
 
 #include <QBuffer>
 #include <QDir>
 #include <QImage>
 #include <QImageWriter>
-#include <QMutex>
 #include <QPainter>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThreadPool>
-
-#include <latch>
-#include <utility>
 
 #include <sys/stat.h>
 
@@ -85,22 +80,8 @@ const auto song = [](const QString& folder) { return QUrl::fromLocalFile(folder 
 
 } // namespace
 
-class FolderArtworkCacheTest : public QObject {
+class FolderArtworkTest : public QObject {
     Q_OBJECT
-
-    // The folders a cache scans, from whichever thread scans them.
-    QMutex m_mutex;
-    QStringList m_scanned;
-    QStringList scanned() {
-        QMutexLocker locker(&m_mutex);
-        return std::exchange(m_scanned, {});
-    }
-    FolderArtworkCache::ScanObserver logScans() {
-        return [this](const QString& folder) {
-            QMutexLocker locker(&m_mutex);
-            m_scanned.append(folder);
-        };
-    }
 
 private slots:
     void ranksNames_data() {
@@ -117,7 +98,7 @@ private slots:
     }
     void ranksNames() {
         QFETCH(QString, fileName);
-        QTEST(FolderArtworkCache::rank(fileName), "rank");
+        QTEST(FolderArtwork::rank(fileName), "rank");
     }
 
     void choosesAmongCandidates_data() {
@@ -142,16 +123,14 @@ private slots:
     void choosesAmongCandidates() {
         QFETCH(QStringList, files);
         QFETCH(QString, chosen);
-        QTemporaryDir dir;
-        QVERIFY(makeFolder(dir.path(), files));
-        const QUrl folder = QUrl::fromLocalFile(dir.path());
+        QTemporaryDir dir; // the folder above the album's, empty
+        const QString album = dir.filePath("album");
+        QVERIFY(makeFolder(album, files));
         QStringList order;
-        for (const auto& candidate : FolderArtworkCache::candidates(folder))
+        for (const auto& candidate : FolderArtwork::candidates(QUrl::fromLocalFile(album)))
             order.append(candidate.url.fileName());
         QTEST(order, "order");
-        const auto found = FolderArtworkCache::scan(folder);
-        QCOMPARE(found ? found->sourceUrl : QUrl(),
-                 chosen.isEmpty() ? QUrl() : QUrl::fromLocalFile(dir.filePath(chosen)));
+        QCOMPARE(FolderArtwork::imageFor(song(album)).value_or(QUrl()).fileName(), chosen);
     }
 
     // Thumbnails are upright JPEGs of at most 600 px at quality 85. A progressive JPEG decodes from a buffer
@@ -185,7 +164,7 @@ private slots:
         QFETCH(QColor, expectedTopLeft);
         QTemporaryDir dir;
         QVERIFY(writeFile(dir.filePath("source"), source));
-        const auto jpeg = FolderArtworkCache::thumbnail(QUrl::fromLocalFile(dir.filePath("source")));
+        const auto jpeg = FolderArtwork::thumbnail(QUrl::fromLocalFile(dir.filePath("source")));
         QCOMPARE(jpeg.has_value(), expectedSize.isValid());
         if (!jpeg)
             return;
@@ -201,60 +180,17 @@ private slots:
                  qPrintable(topLeft.name()));
     }
 
+    // The song's folder first, then the one above, and no further up.
     void fallsBackToTheParentFolderOnly() {
         QTemporaryDir dir;
         const QString album = dir.filePath("Album");
         QVERIFY(makeFolder(album, {"cover.jpg"}) && makeFolder(album + "/CD2", {"cd2.png"}) &&
                 makeFolder(album + "/CD1/Extras", {}));
-        FolderArtworkCache cache(logScans());
-        const auto fromParent = cache.artwork(song(album + "/CD1"));
-        QVERIFY(fromParent);
-        QCOMPARE(fromParent->sourceUrl, QUrl::fromLocalFile(album + "/cover.jpg"));
-        QCOMPARE(cache.artwork(song(album + "/CD2"))->sourceUrl, QUrl::fromLocalFile(album + "/CD2/cd2.png"));
-        QVERIFY(!cache.artwork(song(album + "/CD1/Extras")));
-        QCOMPARE(cache.artwork(song(album))->sourceUrl, fromParent->sourceUrl);
-        QCOMPARE(scanned(), (QStringList{album + "/CD1", album, album + "/CD2", album + "/CD1/Extras"}));
-
-        // Later asks, the folders with nothing included, are answered from memory.
-        QVERIFY(!cache.artwork(song(album + "/CD1/Extras")));
-        QCOMPARE(cache.artwork(song(album + "/CD1/./"))->sourceUrl, fromParent->sourceUrl);
-        QCOMPARE(scanned(), QStringList());
-
-        const QString missing = "/orvelle-no-such-folder";
-        QVERIFY(!cache.artwork(song(missing)) && !cache.artwork(QUrl("https://example.com/music/track.mp3")));
-        cache.artwork(QUrl::fromLocalFile("/track.mp3"));
-        QCOMPARE(scanned(), (QStringList{missing, "/"})); // never the root as a parent
-    }
-
-    // Many loads of one album at once: each folder is listed once.
-    void scansEachFolderOnceUnderConcurrentCalls() {
-        QTemporaryDir dir;
-        QVERIFY(makeFolder(dir.filePath("A"), {"cover.jpg"}) &&
-                makeFolder(dir.filePath("B"), {"front.jpg"}) && makeFolder(dir.filePath("B/CD1"), {}));
-        constexpr int threads = 8;
-        std::latch allAsking(threads);
-        // Each scan is held until every thread is about to ask, so the asks overlap the scans.
-        FolderArtworkCache cache([&, log = logScans()](const QString& folder) {
-            allAsking.wait();
-            log(folder);
-        });
-        QThreadPool pool;
-        pool.setMaxThreadCount(threads);
-        QAtomicInt found;
-        for (int t = 0; t < threads; ++t) {
-            pool.start([&, t] {
-                allAsking.count_down();
-                for (int i = 0; i < 20; ++i)
-                    found += cache.artwork(song(dir.filePath((t + i) % 2 ? "A" : "B/CD1"))).has_value();
-            });
-        }
-        pool.waitForDone();
-        QCOMPARE(found.loadRelaxed(), threads * 20);
-        QStringList scans = scanned();
-        scans.sort();
-        QCOMPARE(scans, (QStringList{dir.filePath("A"), dir.filePath("B"), dir.filePath("B/CD1")}));
+        QCOMPARE(FolderArtwork::imageFor(song(album + "/CD1")), QUrl::fromLocalFile(album + "/cover.jpg"));
+        QCOMPARE(FolderArtwork::imageFor(song(album + "/CD2")), QUrl::fromLocalFile(album + "/CD2/cd2.png"));
+        QCOMPARE(FolderArtwork::imageFor(song(album + "/CD1/Extras")), std::nullopt);
     }
 };
 
-QTEST_GUILESS_MAIN(FolderArtworkCacheTest)
-#include "folder_artwork_cache_test.moc"
+QTEST_GUILESS_MAIN(FolderArtworkTest)
+#include "folder_artwork_test.moc"

@@ -16,14 +16,9 @@ QString proposalFor(const QByteArray& body) {
         return "no match";
     const RemoteMetadata proposal = MusicBrainz::makeRemoteMetadata(*best);
     QStringList fields;
-    const std::pair<const char*, std::optional<QString>> named[] = {
-        {"title", proposal.title},       {"artist", proposal.artist},
-        {"album", proposal.album},       {"albumArtist", proposal.albumArtist},
-        {"track", proposal.trackNumber}, {"year", proposal.year},
-        {"genre", proposal.genre},       {"comment", proposal.comment}};
-    for (const auto& [name, value] : named) {
-        if (value)
-            fields << QStringLiteral("%1=%2").arg(name, *value);
+    for (const MetadataField& field : MetadataField::all()) {
+        if (const std::optional<QString>& value = proposal.*field.remote)
+            fields << field.id + '=' + *value;
     }
     if (proposal.confidence != 0)
         fields << QStringLiteral("score=%1").arg(proposal.confidence);

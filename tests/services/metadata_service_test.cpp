@@ -43,7 +43,6 @@ private slots:
                  LookupResult::noMatch());
         QCOMPARE(m_server->requests().size(), 1);
         const LocalHttpServer::Request& request = m_server->requests().first();
-        QCOMPARE(request.path(), searchPath);
         QCOMPARE(request.headers.value("accept"), QByteArray("application/json"));
         QCOMPARE(request.headers.value("user-agent"),
                  "Orvelle/1.0 ( " + QByteArray(orvelle::build::contactUrl) + " )");

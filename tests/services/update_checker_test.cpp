@@ -91,11 +91,9 @@ private slots:
         QSignalSpy checking(checker.get(), &UpdateChecker::isCheckingChanged);
         QSignalSpy offerChanged(checker.get(), &UpdateChecker::availableUpdateChanged);
         const QFuture<void> run = userInitiated ? checker->checkNow() : checker->checkIfDue();
-        QVERIFY(checker->isChecking());
         QVERIFY(fixtures::await(run));
 
-        QCOMPARE(checker->isChecking(), false);
-        QCOMPARE(checking.size(), 2);
+        QCOMPARE(checking.size(), 2); // on, then off
         // What the user sees: the offer, the message, or both (which would be wrong) run together.
         const std::optional<Release> offer = checker->availableUpdate();
         QCOMPARE((offer ? offered(*offer) : QString()) + checker->manualCheckResult().value_or(""), outcome);

@@ -79,8 +79,6 @@ private slots:
         QFETCH(int, server);
         QFETCH(Response, response);
         QFETCH(Error, error);
-        QFETCH(qint64, kept);
-        QFETCH(int, requests);
         if (server != Plain && m_serverTls.localCertificate().isNull())
             QSKIP("openssl is needed to make a certificate");
         LocalHttpServer local;
@@ -94,11 +92,11 @@ private slots:
         }
         const HttpReply reply = fetch(local.url("/body"));
         QCOMPARE(reply.networkError, error);
-        QCOMPARE(reply.body.size(), kept);
+        QTEST(reply.body.size(), "kept");
         QCOMPARE(reply.errorText.isEmpty(), error == Error::NoError);
         // A refused certificate is a connection that could not be made; a refused redirect is not.
         QCOMPARE(reply.isOffline(), error == Error::SslHandshakeFailedError);
-        QCOMPARE(local.requests().size(), requests);
+        QTEST(int(local.requests().size()), "requests");
     }
 };
 

@@ -88,11 +88,10 @@ private slots:
 
     void answers() {
         QFETCH(Response, response);
-        QFETCH(LookupResult, expected);
         QFETCH(QString, endpoint);
         m_server->serve(searchPath, response);
         MetadataService service(endpoint.isEmpty() ? m_service->endpoint() : endpoint);
-        QCOMPARE(waitFor(service.lookup("Yesterday", "The Beatles", "Help!")), expected);
+        QTEST(waitFor(service.lookup("Yesterday", "The Beatles", "Help!")), "expected");
     }
 
     // Lookups asked together go out a second apart, each its own search in the order asked. A blank title

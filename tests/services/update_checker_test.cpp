@@ -71,8 +71,7 @@ private slots:
     void isNewerVersion() {
         QFETCH(QString, candidate);
         QFETCH(QString, current);
-        QFETCH(bool, newer);
-        QCOMPARE(UpdateChecker::isNewerVersion(candidate, current), newer);
+        QTEST(UpdateChecker::isNewerVersion(candidate, current), "newer");
     }
 
     void checks_data();
@@ -81,7 +80,6 @@ private slots:
         QFETCH(QString, skipped);
         QFETCH(Response, response);
         QFETCH(bool, userInitiated);
-        QFETCH(QString, outcome);
         QFETCH(QByteArray, address);
         m_server->serve(feedPath, response);
         if (!address.isEmpty())
@@ -96,7 +94,7 @@ private slots:
         QCOMPARE(checking.size(), 2); // on, then off
         // What the user sees: the offer, the message, or both (which would be wrong) run together.
         const std::optional<Release> offer = checker->availableUpdate();
-        QCOMPARE((offer ? offered(*offer) : QString()) + checker->manualCheckResult().value_or(""), outcome);
+        QTEST((offer ? offered(*offer) : QString()) + checker->manualCheckResult().value_or(""), "outcome");
         QCOMPARE(offerChanged.size(), offer ? 1 : 0);
         QCOMPARE(m_server->requests().size(), address.isEmpty() ? 1 : 0);
         if (address.isEmpty())

@@ -27,21 +27,19 @@ private slots:
     // Nothing here may depend on the locale: under Turkish rules "I" lower-cases to a dotless "ı".
     void initTestCase() { QLocale::setDefault(QLocale(QLocale::Turkish, QLocale::Turkey)); }
 
-    // Row i's accessors select the i-th field of both records.
+    // Each row as "<its local field><its remote field> id|label|flags": row i's accessors select the i-th
+    // field of both records.
     void fieldTable() {
         const MusicMetadata local{"0", "1", "2", "3", "4", "5", "6", "7"};
         const RemoteMetadata remote{"0", "1", "2", "3", "4", "5", "6", "7", {}, 0};
         QStringList rows;
-        for (const MetadataField& field : MetadataField::all()) {
-            const QString index = QString::number(rows.size());
-            QCOMPARE(local.*field.local, index);
-            QCOMPARE(remote.*field.remote, Optional(index));
-            rows += field.id + '|' + field.label + (field.isNarrow ? "|narrow" : "") +
-                    (field.isMultiline ? "|multiline" : "");
-        }
-        QCOMPARE(rows, (QStringList{"title|Title", "artist|Artist", "album|Album", "albumArtist|Album Artist",
-                                    "track|Track|narrow", "year|Year|narrow", "genre|Genre",
-                                    "comment|Comment|multiline"}));
+        for (const MetadataField& field : MetadataField::all())
+            rows += local.*field.local + (remote.*field.remote).value_or("-") + ' ' + field.id + '|' +
+                    field.label + (field.isNarrow ? "|narrow" : "") + (field.isMultiline ? "|multiline" : "");
+        QCOMPARE(rows,
+                 (QStringList{"00 title|Title", "11 artist|Artist", "22 album|Album",
+                              "33 albumArtist|Album Artist", "44 track|Track|narrow", "55 year|Year|narrow",
+                              "66 genre|Genre", "77 comment|Comment|multiline"}));
     }
 
     void suggestionRule_data() {
@@ -67,12 +65,11 @@ private slots:
     void suggestionRule() {
         QFETCH(QString, local);
         QFETCH(Optional, remote);
-        QFETCH(Optional, expected);
         // The rule is the same on every row; run it on two rows so that a row-specific slip shows up.
         for (const MetadataField& field : {MetadataField::all().first(), MetadataField::all().last()}) {
             RemoteMetadata record;
             record.*field.remote = remote;
-            QCOMPARE(suggestion(field, local, record), expected);
+            QTEST(suggestion(field, local, record), "expected");
         }
     }
 

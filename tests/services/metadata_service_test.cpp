@@ -53,7 +53,6 @@ private slots:
             Response::json(
                 R"({"recordings":[{"score":98,"title":"Yesterday","artist-credit":[{"name":"The Beatles"}]}]})"),
             LookupResult::found(yesterday));
-        row("empty object", Response::json("{}"), LookupResult::noMatch());
         row("rate limited", Response::json("{}", 503),
             failed("MusicBrainz is rate-limiting requests. Try again in a moment."));
         row("server error", Response::json("{\"recordings\":[]}", 500),

@@ -53,17 +53,15 @@ QByteArray hugeGreyJpeg(int side) {
 }
 
 // Creates the files of one folder described as "name" (a small valid image), "name+N" (a valid image
-// padded with N more bytes), "name!" (undecodable bytes), "name/" (a directory), "name|" (a FIFO).
+// padded with N more bytes), "name!" (undecodable bytes), "name|" (a FIFO).
 bool makeFolder(const QString& folder, const QStringList& files) {
     bool ok = QDir().mkpath(folder);
     for (const QString& description : files) {
         QString name = description.section(u'+', 0, 0);
-        if (QStringView(u"!/|").contains(name.back()))
+        if (QStringView(u"!|").contains(name.back()))
             name.chop(1);
         const QString path = folder + u'/' + name;
-        if (description.endsWith(u'/'))
-            ok = ok && QDir().mkdir(path);
-        else if (description.endsWith(u'|'))
+        if (description.endsWith(u'|'))
             ok = ok && mkfifo(QFile::encodeName(path).constData(), 0600) == 0;
         else if (description.endsWith(u'!'))
             ok = ok && writeFile(path, QByteArray(4096, 'x'));
@@ -109,12 +107,10 @@ private slots:
         QTest::addRow("corrupt best falls to next")
             << QStringList{"cover.jpg!", "back.png"} << QStringList{"cover.jpg", "back.png"} << "back.png";
         QTest::addRow("only regular, visible files")
-            << QStringList{".cover.jpg", "cover.jpg/", "folder.jpg|", "scan.png"} << QStringList{"scan.png"}
-            << "scan.png";
+            << QStringList{".cover.jpg", "folder.jpg|", "scan.png"} << QStringList{"scan.png"} << "scan.png";
         QTest::addRow("image extensions only, nothing decodes")
-            << QStringList{"a.gif!", "b.tif!", "c.TIFF!",   "d.heic!",       "e.bmp!", "f.jpeg!",
-                           "g.JPG!", "h.webp", "cover.txt", "cover.jpg.bak", "cover"}
-            << QStringList{"a.gif", "b.tif", "c.TIFF", "d.heic", "e.bmp", "f.jpeg", "g.JPG"} << QString();
+            << QStringList{"a.gif!", "b.TIFF!", "c.heic!", "d.jpeg!", "e.webp", "cover.txt", "cover.jpg.bak"}
+            << QStringList{"a.gif", "b.TIFF", "c.heic", "d.jpeg"} << QString();
         // The song's folder first, then the one above, and no further up.
         QTest::addRow("own folder first")
             << QStringList{"cd1.png", "../cover.jpg"} << QStringList{"cd1.png"} << "cd1.png";
@@ -142,12 +138,9 @@ private slots:
         QTest::addColumn<QSize>("expectedSize"); // empty: refused
         QTest::addColumn<QColor>("expectedTopLeft");
         const QByteArray wide = encodedImage(halves(QSize(1200, 600), Qt::red), "JPEG", 95);
-        const QByteArray small = encodedImage(halves(QSize(100, 50), Qt::red), "JPEG", 95);
         QTest::addRow("upright, scaled down") << wide << QSize(600, 300) << QColor(Qt::red);
         QTest::addRow("rotate 90 cw (6)")
             << withExifOrientation(wide, 6) << QSize(300, 600) << QColor(Qt::red);
-        QTest::addRow("small rotated, not enlarged")
-            << withExifOrientation(small, 6) << QSize(50, 100) << QColor(Qt::red);
         QTest::addRow("transparency on white") << encodedImage(halves(QSize(100, 50), Qt::transparent), "PNG")
                                                << QSize(100, 50) << QColor(Qt::white);
         QTest::addRow("30000 px progressive jpeg") << hugeGreyJpeg(30000) << QSize() << QColor();

@@ -1,8 +1,6 @@
 #include "services/MetadataService.h"
 
 #include "support/Await.h"
-#include "support/FileContents.h"
-#include "support/Fixtures.h"
 #include "support/LocalHttpServer.h"
 
 #include <OrvelleVersion.h>

@@ -60,7 +60,6 @@ private slots:
         QVERIFY(QDir(m_dir->path()).mkpath("album.mp3/inside"));
         QCOMPARE(replaceFileAtomically("x", at("album.mp3"), ReplaceMode::ReplaceExisting),
                  qt_error_string(EISDIR));
-        QVERIFY(QFileInfo(at("album.mp3/inside")).isDir());
         QCOMPARE(::mkfifo(local(at("pipe.mp3")).constData(), 0600), 0);
         QCOMPARE(replaceFileAtomically("x", at("pipe.mp3"), ReplaceMode::ReplaceExisting),
                  qt_error_string(EPERM));

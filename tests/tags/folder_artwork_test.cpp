@@ -1,5 +1,4 @@
 #include "support/FileContents.h"
-#include "support/Fixtures.h"
 #include "support/Pictures.h"
 #include "tags/FolderArtwork.h"
 

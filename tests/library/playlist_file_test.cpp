@@ -94,8 +94,6 @@ private slots:
         row("windows-1252", "#EXTINF:1,\x93Quoted\x94 \x80\x85\xE9\na.mp3",
             {title(u"\u201CQuoted\u201D \u20AC\u2026\u00E9")});
         row("latin-1 after 1252", "#EXTINF:1,\x81\x80\xE9\na.mp3", {title(u"\u0081\u0080\u00E9")});
-        row("bad utf-8 forms", "#EXTINF:1,\xC0\xAF\xED\xA0\x80\na.mp3",
-            {title(u"\u00C0\u00AF\u00ED\u00A0\u20AC")});
         row("byte order mark", "\xEF\xBB\xBF#EXTM3U\n#EXTINF:3,Caf\xC3\xA9\na.mp3\n", {"a.mp3|Café|-|3"});
         row("crlf; each path ends pending values", "#EXTM3U\r\n#EXTINF:215,Band - Song\r\n\r\na.mp3\r\nb.mp3",
             {"a.mp3|Song|Band|215", "b.mp3"});
@@ -103,42 +101,41 @@ private slots:
             {"a.mp3", "b.mp3", "a.mp3"});
         row("attributes after the duration", "#EXTINF:215 tvg-id=x,A - B\na.mp3", {"a.mp3|B|A|215"});
         row("fraction and lower case", "#extinf:2.5 ,  Title only \na.mp3", {"a.mp3|Title only|-|2.5"});
+        // The last is too large for a double (10 MB ones are in playlist_bench).
         row("not positive numbers",
             "#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3\n#EXTINF:inf,V\na.mp3\n#EXTINF:12abc,W\nb.mp3\n"
-            "#EXTINF:0x10,X\na.mp3",
-            {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X"});
+            "#EXTINF:0x10,X\na.mp3\n#EXTINF:" +
+                QByteArray(400, '9') + ",Y\nb.mp3",
+            {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X", "b.mp3|Y"});
         row("no comma, empty display", "#EXTINF:100 Title\na.mp3\n#EXTINF:5,  \nb.mp3",
             {"a.mp3", "b.mp3|-|-|5"});
         row("only the first dash splits", "#EXTINF:5,A - B - C\na.mp3", {"a.mp3|B - C|A|5"});
         row("comments keep pending values", "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3",
             {"a.mp3|T|A|3"});
-        row("a stream takes its title", "#EXTINF:-1,Radio\nhttp://radio.example/stream\nb.mp3", {"b.mp3"});
-        row("remote schemes", "HTTPS://x/a.mp3\nrtsp://x/a\nRtmp://x/a\nmms://x/a\nhttp:a.mp3\nb.mp3",
-            {"b.mp3"});
-        row("windows drives", "C:\\Music\\a.mp3\nd:/Music/a.mp3\nC:a.mp3\nb.mp3", {"C:a.mp3", "b.mp3"});
+        // A stream takes the title before it with it.
+        row("streams and windows drives",
+            "#EXTINF:-1,Radio\nhttp://radio.example/stream\nHTTPS://x/a.mp3\nrtsp://x/a\nRtmp://x/a\n"
+            "mms://x/a\nhttp:a.mp3\nC:\\Music\\a.mp3\nd:/Music/a.mp3\nC:a.mp3\nb.mp3",
+            {"C:a.mp3", "b.mp3"});
         row("backslashes, blanks trimmed", " \t Music\\Album\\01.mp3 \t", {"Music/Album/01.mp3"});
         row("dot segments resolved", "./x/../a.mp3\n../q/b.mp3\n/music//x/../a.mp3",
             {"a.mp3", "../q/b.mp3", "/music/a.mp3"});
+        // Those of other hosts name no local file.
         row("file urls",
             "file://" + dir + "/My%20Song.mp3\nFILE://" + dir + "/sub/../b.mp3\nfile://LocalHost" + dir +
-                "/a.mp3",
-            {"My Song.mp3", "b.mp3", "a.mp3"});
+                "/a.mp3\nfile://host" + dir + "/a.mp3\nfile://localhost//x.mp3\nfile://",
+            {"My Song.mp3", "b.mp3", "a.mp3", "/x.mp3"});
         // Decoded only when the decoded name exists and the name as written does not.
         row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3\nCaf%c3%A9.mp3",
             {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3", "Café.mp3"});
         row("dot segments above the root", "../../../../../../../../../../x.mp3\nfile:///../../y.mp3",
             {"/x.mp3", "/y.mp3"});
-        row("file urls of other hosts name no local file",
-            "file://host" + dir + "/a.mp3\nfile://localhost//x.mp3\nfile://\nb.mp3", {"/x.mp3", "b.mp3"});
         row("directive upper-cased, not case-folded", "#ext\xC4\xB1nf:5,T\na.mp3", {"a.mp3|T|-|5"});
-        row("[playlist] inside a line", "#EXTINF:5,Best of [Playlist]\na.mp3",
-            {"a.mp3|Best of [Playlist]|-|5"});
         row("[playlist] lower-cased, not case-folded", "[playli\xC5\xBFt]\na.mp3",
             {QString::fromUtf8("[playli\xC5\xBFt]"), "a.mp3"});
         row("empty file", "", {});
         row("numeric order",
-            "[playlist]\nFile3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries="
-            "1",
+            "File3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries=1",
             {"z.mp3", "a.mp3", "b.mp3", "c.mp3"}, "list.pls");
         row("titles and lengths",
             "[playlist]\r\nFile1=a.mp3\r\nTitle1=Artist - Song\r\nLength1=215\r\n"
@@ -147,22 +144,12 @@ private slots:
         row("keys in any case, values trimmed", "FILE1=  a.mp3 \ntItLe1=\tT \nLENGTH1= 7.5",
             {"a.mp3|T|-|7.5"}, "list.pls");
         row("later keys replace, empty values and stray titles skipped",
-            "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second\nFile2=\nTitle2=T\nFile3=c.mp3\nLength3="
-            "abc\n"
-            "Title4=Lonely\nFile5=http://x/a",
+            "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second\nFile2=\nTitle2=T\nFile3=c.mp3\n"
+            "Length3=abc\nTitle4=Lonely\nFile5=http://x/a",
             {"b.mp3|Second", "c.mp3"}, "list.pls");
         row("an m3u name with a [PlayList] section anywhere", "x.mp3\nFile1=a.mp3\n#EXTINF:5,x\n[PlayList]",
             {"a.mp3"}, "list.m3u8");
-        // Files written by other players, when the shared corpus is beside the checkout.
-        for (const auto& [file, expected] : {std::pair{"clementine/tests/data/pls_one.pls",
-                                                       QStringList{"filename with spaces.mp3|Title|-|123"}},
-                                             {"clementine/tests/data/pls_somafm.pls", {}}}) {
-            const QByteArray text = readFile(fixtures::corpusFile(file));
-            if (!text.isEmpty())
-                row(file, text, expected, QFileInfo(file).fileName());
-        }
-        // Numbers too large for their type: no duration, no entry (10 MB ones are in playlist_bench).
-        row("a huge duration", "#EXTINF:" + QByteArray(400, '9') + ",x\na.mp3", {"a.mp3|x"});
+        // A key number too large for 64 bits names no entry.
         row("a huge pls key", "File" + QByteArray(30, '1') + "=a.mp3", {}, "key.pls");
     }
     void reads() {
@@ -206,10 +193,11 @@ private slots:
         QTest::addColumn<QString>("expected");
         const QString w = m_dir.filePath("w");
         const QList<Track> song = {track(w + "/Artist/Album/01 Song.mp3", "Artist", "Song", 215.9)};
-        QTest::addRow("pls")
-            << "x.pls" << song << true
-            << "[playlist]\nFile1=Artist/Album/01 Song.mp3\nTitle1=Artist - Song\nLength1=215\n"
-               "NumberOfEntries=1\nVersion=2\n";
+        QTest::addRow("pls, absolute when asked")
+            << "x.pls" << song << false
+            << "[playlist]\nFile1=" + w +
+                   "/Artist/Album/01 Song.mp3\n"
+                   "Title1=Artist - Song\nLength1=215\nNumberOfEntries=1\nVersion=2\n";
         for (const char* name : {"x.M3U8", "x.txt"})
             QTest::addRow("m3u as %s", name)
                 << name << song << true << "#EXTM3U\n#EXTINF:215,Artist - Song\nArtist/Album/01 Song.mp3\n";
@@ -219,9 +207,8 @@ private slots:
                             track(w + "/c.mp3", "", "Title", 0.5),
                             track(w + "/d.mp3", " Two\nLines", "And\r\nmore\t", qQNaN())}
             << true
-            << "#EXTM3U\n#EXTINF:-1,My.Song\nMy.Song.mp3\n#EXTINF:-1,Band - "
-               "b\nb.mp3\n#EXTINF:0,Title\nc.mp3\n"
-               "#EXTINF:-1,Two Lines - And  more\nd.mp3\n";
+            << "#EXTM3U\n#EXTINF:-1,My.Song\nMy.Song.mp3\n#EXTINF:-1,Band - b\nb.mp3\n"
+               "#EXTINF:0,Title\nc.mp3\n#EXTINF:-1,Two Lines - And  more\nd.mp3\n";
         QTest::addRow("paths as they are, in utf-8")
             << "x.m3u8"
             << QList<Track>{track(w + "/Ärzte/Schrei.mp3", "Die Ärzte", "Schrei", 245.7),
@@ -233,9 +220,6 @@ private slots:
         QTest::addRow("relative to where links lead")
             << "x.m3u8" << QList<Track>{track(m_dir.filePath("links/linked/song.mp3"), "", "S", 1)} << true
             << "#EXTM3U\n#EXTINF:1,S\n../links/real/song.mp3\n";
-        QTest::addRow("absolute when asked")
-            << "x.pls" << QList<Track>{track(w + "/a.mp3", "", "a", 1)} << false
-            << "[playlist]\nFile1=" + w + "/a.mp3\nTitle1=a\nLength1=1\nNumberOfEntries=1\nVersion=2\n";
     }
     void writes() {
         QFETCH(QString, destination);
@@ -284,14 +268,12 @@ private slots:
         QTest::addColumn<QString>("folder");
         QTest::addColumn<QString>("expected"); // null: no relative path
         const char* rows[][4] = {
-            {"below", "/Users/a/Music/X/song.mp3", "/Users/a/Music", "X/song.mp3"},
             {"beside", "/Users/a/Music/X/song.mp3", "/Users/a/Playlists", "../Music/X/song.mp3"},
             {"other volume", "/Volumes/Disk/song.mp3", "/Users/a/Music", nullptr},
             {"case matters", "/Users/A/x.mp3", "/Users/a", "../A/x.mp3"},
             {"the folder itself", "/Users/a", "/Users/a", nullptr},
             {"the folder's parent", "/Users/a", "/Users/a/b", ".."},
             {"standardized first", "/Users/./a//b/../c.mp3", "/Users/a/", "c.mp3"},
-            {"root folder", "/Users/a.mp3", "/", nullptr},
             {"folder through a link", "real/song.mp3", "linked", "song.mp3"},
             {"file through a linked folder", "linked/song.mp3", "real", "song.mp3"},
             {"linked file", "lists/alias.mp3", "lists", "../real/song.mp3"},
@@ -310,13 +292,13 @@ private slots:
         QFETCH(QString, expected);
         const std::optional<QString> relative =
             PlaylistFile::relativePath(QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder));
-        QCOMPARE(relative.value_or(QString()), expected);
-        QCOMPARE(relative.has_value(), !expected.isNull());
+        QCOMPARE(relative, expected.isNull() ? std::nullopt : std::optional(expected));
     }
 
-    // Through a link to it: the linked file is replaced whole, keeps its permissions, and nothing is left
-    // beside it.
-    void replacesTheFileInPlace() {
+    // Through a link to it the linked file is replaced whole and keeps its permissions; a write that fails
+    // halfway (a full disk, here the file size limit) reports an error and leaves the file as it was. Nothing
+    // is left beside it.
+    void replacesTheFileWholeOrNotAtAll() {
         QTemporaryDir dir;
         const QString real = dir.filePath("real.m3u8"), link = dir.filePath("link.m3u8");
         QVERIFY(fixtures::writeFile(real, "old"));
@@ -327,28 +309,19 @@ private slots:
         QVERIFY(QFileInfo(link).isSymLink());
         QCOMPARE(readFile(real), "#EXTM3U\n");
         QCOMPARE(QFile::permissions(real) & QFile::Permissions(0x7077), permissions); // owner, group, other
-        QCOMPARE(fixtures::folderEntries(dir.path()), (QStringList{"link.m3u8", "real.m3u8"}));
-    }
 
-    // A write that fails halfway (a full disk, here the file size limit) reports an error and leaves the old
-    // playlist as it was.
-    void keepsTheOldFileWhenWritingFails() {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("list.m3u8");
-        QVERIFY(fixtures::writeFile(path, "old"));
         rlimit saved{};
         QVERIFY(getrlimit(RLIMIT_FSIZE, &saved) == 0);
         const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-        rlimit small = saved;
-        small.rlim_cur = 4096;
+        const rlimit small = {4096, saved.rlim_max};
         QVERIFY(setrlimit(RLIMIT_FSIZE, &small) == 0);
         const QString error =
-            write(QList<Track>(2000, track("/music/song.mp3", "Artist", "Title", 100)), path);
+            write(QList<Track>(2000, track("/music/song.mp3", "Artist", "Title", 100)), link);
         setrlimit(RLIMIT_FSIZE, &saved);
         std::signal(SIGXFSZ, previousHandler);
         QVERIFY(!error.isEmpty());
-        QCOMPARE(readFile(path), "old");
-        QCOMPARE(fixtures::folderEntries(dir.path()), QStringList{"list.m3u8"});
+        QCOMPARE(readFile(real), "#EXTM3U\n");
+        QCOMPARE(fixtures::folderEntries(dir.path()), (QStringList{"link.m3u8", "real.m3u8"}));
     }
 
     // A write cut short on a nearly full disk says why, as a disk with no room at all does.

@@ -20,13 +20,6 @@ private slots:
         QFETCH(double, seconds);
         QTEST(formatTime(seconds), "expected");
     }
-
-    void labelsArtworkSources() {
-        QCOMPARE(ArtworkSource::folder(QUrl::fromLocalFile("/music/a/cover.jpg")).label(),
-                 "Folder: cover.jpg");
-        QCOMPARE(ArtworkSource::embedded().label(), "Embedded in file");
-        QCOMPARE(ArtworkSource::none().label(), "No artwork");
-    }
 };
 
 QTEST_GUILESS_MAIN(TrackTest)

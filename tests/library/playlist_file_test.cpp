@@ -92,17 +92,16 @@ private slots:
             {"a.mp3|Song|Band|215", "b.mp3"});
         row("cr, unicode separators", "a.mp3\rb.mp3\xE2\x80\xA8\x61.mp3\x0B\x0C",
             {"a.mp3", "b.mp3", "a.mp3"});
-        row("attributes after the duration", "#EXTINF:215 tvg-id=x,A - B\na.mp3", {"a.mp3|B|A|215"});
-        row("fraction and lower case", "#extinf:2.5 ,  Title only \na.mp3", {"a.mp3|Title only|-|2.5"});
-        // The last is too large for a double (10 MB ones are in playlist_bench).
+        // Attributes after the duration, a fraction, lower case, the first dash only, no comma, no display.
+        row("extinf forms",
+            "#EXTINF:215 tvg-id=x,A - B\na.mp3\n#extinf:2.5 ,  Title only \nb.mp3\n"
+            "#EXTINF:5,A - B - C\na.mp3\n#EXTINF:100 Title\nb.mp3\n#EXTINF:5,  \na.mp3",
+            {"a.mp3|B|A|215", "b.mp3|Title only|-|2.5", "a.mp3|B - C|A|5", "b.mp3", "a.mp3|-|-|5"});
+        // The first is too large for a double (10 MB ones are in playlist_bench).
         row("not positive numbers",
-            "#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3\n#EXTINF:inf,V\na.mp3\n#EXTINF:12abc,W\nb.mp3\n"
-            "#EXTINF:0x10,X\na.mp3\n#EXTINF:" +
-                QByteArray(400, '9') + ",Y\nb.mp3",
-            {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X", "b.mp3|Y"});
-        row("no comma, empty display", "#EXTINF:100 Title\na.mp3\n#EXTINF:5,  \nb.mp3",
-            {"a.mp3", "b.mp3|-|-|5"});
-        row("only the first dash splits", "#EXTINF:5,A - B - C\na.mp3", {"a.mp3|B - C|A|5"});
+            "#EXTINF:" + QByteArray(400, '9') + ",Y\nb.mp3\n#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3\n" +
+                "#EXTINF:inf,V\na.mp3\n#EXTINF:12abc,W\nb.mp3\n#EXTINF:0x10,X\na.mp3",
+            {"b.mp3|Y", "a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X"});
         row("comments keep pending values", "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3",
             {"a.mp3|T|A|3"});
         // A stream takes the title before it with it.
@@ -130,12 +129,10 @@ private slots:
         row("numeric order",
             "File3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries=1",
             {"z.mp3", "a.mp3", "b.mp3", "c.mp3"}, "list.pls");
-        row("titles and lengths",
-            "[playlist]\r\nFile1=a.mp3\r\nTitle1=Artist - Song\r\nLength1=215\r\n"
+        row("titles and lengths, keys in any case, values trimmed",
+            "[playlist]\r\nFILE1=  a.mp3 \r\ntItLe1=\tArtist - Song \r\nLENGTH1= 7.5\r\n"
             "File2=b.mp3\r\nTitle2=Just a title\r\nLength2=-1\r\nVersion=2\r\n",
-            {"a.mp3|Song|Artist|215", "b.mp3|Just a title"}, "list.pls");
-        row("keys in any case, values trimmed", "FILE1=  a.mp3 \ntItLe1=\tT \nLENGTH1= 7.5",
-            {"a.mp3|T|-|7.5"}, "list.pls");
+            {"a.mp3|Song|Artist|7.5", "b.mp3|Just a title"}, "list.pls");
         row("later keys replace, empty values and stray titles skipped",
             "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second\nFile2=\nTitle2=T\nFile3=c.mp3\n"
             "Length3=abc\nTitle4=Lonely\nFile5=http://x/a",

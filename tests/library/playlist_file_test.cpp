@@ -1,7 +1,6 @@
 #include "library/PlaylistFile.h"
 #include "library/SessionFile.h"
 #include "support/FileContents.h"
-#include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 #include "support/ScratchHome.h"
 #include "support/ScratchMount.h"
@@ -10,7 +9,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -228,10 +226,8 @@ private slots:
              {"#1 Hit.mp3", " leading blank.mp3", "trailing blank.mp3 ", "AC\\DC.mp3", "[Playlist]",
               "c:/drive.mp3", "http:stream.mp3", "My%20Song.mp3", "two\nlines.mp3", "next\u2028line.mp3"})
             QTest::addRow("%s", name) << QString::fromUtf8(name) << "Title";
-        QTest::addRow("[playlist] in a title") << "a.mp3"
-                                               << "Best of [Playlist]";
-        QTest::addRow("line breaks in a title") << "a.mp3"
-                                                << "1\n2\r3\u00854\u20285\u20296\v7\f8";
+        QTest::addRow("[playlist] in a title") << QString("a.mp3") << "Best of [Playlist]";
+        QTest::addRow("line breaks in a title") << QString("a.mp3") << "1\n2\r3\u00854\u20285\u20296\v7\f8";
     }
     void roundTrips() {
         QFETCH(QString, name);

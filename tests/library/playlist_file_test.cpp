@@ -152,7 +152,7 @@ private slots:
         QCOMPARE(result.error ? int(result.error->kind) : -1,
                  expected.isEmpty() ? int(PlaylistError::Kind::EmptyPlaylist) : -1);
         if (result.error)
-            QCOMPARE(result.error->url.fileName(), name);
+            QCOMPARE(result.error->description(), name + " doesn't list any playable local files.");
     }
 
     void reportsUnreadableFiles() {
@@ -163,9 +163,6 @@ private slots:
             QVERIFY2(result.error && result.error->kind == PlaylistError::Kind::Unreadable, qPrintable(path));
             QVERIFY(result.entries.isEmpty());
         }
-        QCOMPARE((PlaylistError{PlaylistError::Kind::EmptyPlaylist, QUrl::fromLocalFile("/m/Road Trip.m3u8")}
-                      .description()),
-                 "Road Trip.m3u8 doesn't list any playable local files.");
     }
 
     void tellsPlaylistsApart() {
@@ -253,7 +250,6 @@ private slots:
         QTest::addColumn<QString>("expected"); // null: no relative path
         const char* rows[][4] = {
             {"beside", "/Users/a/Music/X/song.mp3", "/Users/a/Playlists", "../Music/X/song.mp3"},
-            {"other volume", "/Volumes/Disk/song.mp3", "/Users/a/Music", nullptr},
             {"case matters", "/Users/A/x.mp3", "/Users/a", "../A/x.mp3"},
             {"the folder itself", "/Users/a", "/Users/a", nullptr},
             {"the folder's parent", "/Users/a", "/Users/a/b", ".."},

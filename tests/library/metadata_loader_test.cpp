@@ -296,14 +296,12 @@ t = ID3(); frames(t, TIT2='Older'); t.save(p, v1=2); id3.delete(p, delete_v1=Fal
         const QByteArray atoms =
             QByteArrayLiteral("\0\0\0\x18"
                               "ftypM4A \0\0\0\0M4A isom\x7f\xff\xff\xffmoov\x7f\xff\xff\0udta");
-        for (const auto& [tag, name, bytes] : {std::tuple("empty", "song.mp3", QByteArray()),
-                                               {"text", "song.mp3", words},
-                                               {"text caf", "song.caf", words},
-                                               {"no-permission", "song.mp3", words},
-                                               {"id3-past-end", "song.mp3", id3},
-                                               {"atom-past-end", "song.m4a", atoms},
-                                               {"folder", "song.mp3", {}},
-                                               {"fifo", "song.mp3", {}}})
+        const std::tuple<const char*, const char*, QByteArray> rows[] = {
+            {"empty", "song.mp3", {}},         {"text", "song.mp3", words},
+            {"text caf", "song.caf", words},   {"no-permission", "song.mp3", words},
+            {"id3-past-end", "song.mp3", id3}, {"atom-past-end", "song.m4a", atoms},
+            {"folder", "song.mp3", {}},        {"fifo", "song.mp3", {}}};
+        for (const auto& [tag, name, bytes] : rows)
             QTest::addRow("%s", tag) << name << bytes;
         // Damaged files other tools wrote (truncated, corrupted, oversized), read under their own names when
         // the shared corpus is beside the checkout.

@@ -188,10 +188,6 @@ private slots:
             "t.add(APIC(type=4, desc='back', data=b'not the cover')); t.add(APIC(type=3, data=img))\n";
         row("mp3 id3v2.4", "mp3",
             "t = ID3()\n" + id3 + "frames(t, TDRC='2019-05-03', TCON='(17)'); t.save(p)", all);
-        row("mp3 id3v1 only", "mp3",
-            "t = ID3(); frames(t, TIT2='T', TPE1='A', TALB='B', TDRC='1984', TRCK='7', TCON='(40)')\n"
-            "t.save(p, v1=2); id3.delete(p, delete_v1=False, delete_v2=True)",
-            "T|A|B||7|1984|Alt. Rock|");
         row("m4a atoms", "m4a",
             "f = MP4(p); f.update({'\\xa9nam': 'Title', '\\xa9ART': 'Artist', '\\xa9alb': 'Album'})\n"
             "f.update({'aART': 'Band', 'trkn': [(3, 12)], '\\xa9day': '2019-05-03T00:00:00Z'})\n"

@@ -139,8 +139,6 @@ private slots:
         ids("empty or absent text goes on",
             {item(id::id3TrackNumber, ""), item(id::id3TrackNumber, {}), item(id::id3TrackNumber, "3/12")},
             "|3/12|||");
-        ids("genre code normalized", {item(id::iTunesUserGenre, "Pop"), item(id::id3ContentType, "(17)")},
-            "|||Rock|");
         ids("year cut after 4 characters, not UTF-16 units",
             {item(id::id3Year, "\U0001D7D0\U0001D7CE\U0001D7CF\U0001D7D7-05")},
             "||\U0001D7D0\U0001D7CE\U0001D7CF\U0001D7D7||");

@@ -79,8 +79,8 @@ private slots:
             QSKIP("ffmpeg is needed to make audio files");
     }
 
+    // Names of no playable file; each playable extension is loaded by readsRealFiles.
     void tellsPlayableFiles() {
-        QCOMPARE(MetadataLoader::playableExtensions().size(), 15); // each is loaded by readsRealFiles
         for (const QString name : {"song.ogg", "mp3", ".mp3", "song.mp3.txt"})
             QVERIFY2(!MetadataLoader::isPlayable(urlOf("/music/" + name)), qPrintable(name));
     }

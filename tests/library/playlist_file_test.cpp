@@ -152,13 +152,6 @@ private slots:
         }
     }
 
-    // Those under /p are playlists.
-    void tellsPlaylistsApart() {
-        for (const QString path : {"/p/x.M3U8", "/p/x.Pls", "/p/x.m3u", "/a/x.mp3", "/a/m3u", "/a.m3u/x"})
-            QVERIFY2(PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)) == path.startsWith("/p/"),
-                     qPrintable(path));
-    }
-
     void writes_data() {
         QTest::addColumn<QString>("destination");
         QTest::addColumn<QList<Track>>("tracks");

@@ -190,9 +190,8 @@ private slots:
     void roundTrips_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("title");
-        for (const char* name :
-             {"#1 Hit.mp3", " leading blank.mp3", "trailing blank.mp3 ", "AC\\DC.mp3", "[Playlist]",
-              "c:/drive.mp3", "http:stream.mp3", "My%20Song.mp3", "two\nlines.mp3", "next\u2028line.mp3"})
+        for (const char* name : {"#1 Hit.mp3", " leading blank.mp3", "trailing blank.mp3 ", "AC\\DC.mp3",
+                                 "[Playlist]", "My%20Song.mp3", "two\nlines.mp3", "next\u2028line.mp3"})
             QTest::addRow("%s", name) << QString::fromUtf8(name) << "Title";
         QTest::addRow("[playlist] in a title") << QString("a.mp3") << "Best of [Playlist]";
         QTest::addRow("line breaks in a title") << QString("a.mp3") << "1\n2\r3\u00854\u20285\u20296\v7\f8";

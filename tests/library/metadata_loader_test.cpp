@@ -5,7 +5,7 @@
 #include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 #include "support/Pictures.h"
-#include "tags/FolderArtworkCache.h"
+#include "tags/FolderArtwork.h"
 
 #include <QDir>
 #include <QFile>
@@ -235,7 +235,7 @@ private slots:
         const Track track = MetadataLoader::loadTrack(urlOf(path("album/plain.mp3"))).result();
         QCOMPARE(track.artworkSource(), ArtworkSource::folder(urlOf(cover)));
         QVERIFY(!artworkKey(track).isEmpty());
-        QCOMPARE(loadArtwork(track), FolderArtworkCache::thumbnail(urlOf(cover)));
+        QCOMPARE(loadArtwork(track), FolderArtwork::thumbnail(urlOf(cover)));
     }
 
     // Damaged, hostile or odd files give a track named after the file, never a crash or a hang.

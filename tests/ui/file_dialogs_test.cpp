@@ -12,16 +12,11 @@ private slots:
     void saveExtension_data() {
         QTest::addColumn<QString>("chosen");
         QTest::addColumn<QString>("saved");
-        QTest::addRow("other extension") << "/music/Mix.txt"
-                                         << "/music/Mix.txt.m3u8";
-        QTest::addRow("no extension") << "/music/Mix"
-                                      << "/music/Mix.m3u8";
-        QTest::addRow("upper-case pls kept") << "/music/Mix.PLS"
-                                             << "/music/Mix.PLS";
-        QTest::addRow("m3u kept") << "/music/Mix.m3u"
-                                  << "/music/Mix.m3u";
-        QTest::addRow("dot in folder only") << "/music.d/Mix"
-                                            << "/music.d/Mix.m3u8";
+        QTest::addRow("other extension") << "/music/Mix.txt" << QString("/music/Mix.txt.m3u8");
+        QTest::addRow("no extension") << "/music/Mix" << QString("/music/Mix.m3u8");
+        QTest::addRow("upper-case pls kept") << "/music/Mix.PLS" << QString("/music/Mix.PLS");
+        QTest::addRow("m3u kept") << "/music/Mix.m3u" << QString("/music/Mix.m3u");
+        QTest::addRow("dot in folder only") << "/music.d/Mix" << QString("/music.d/Mix.m3u8");
     }
 
     void saveExtension() {

@@ -43,21 +43,17 @@ private slots:
         m_engine.reset();
     }
 
-    void emptyPlaylist() {
+    // With nothing to play the controls are off; a song without tags shows its file name and "Unknown
+    // artist", and its times.
+    void showsTheSong() {
         for (const char* button : {"shuffle", "previous", "playPause", "next", "repeat"})
             QVERIFY2(!part(button)->isEnabled(), button);
         QVERIFY(!part("position")->isEnabled());
         QCOMPARE(text("title") + "|" + text("subtitle") + "|" + text("total"),
                  "Nothing playing|Add music to get started|\u2014");
-    }
-
-    // A song without tags shows its file name and "Unknown artist"; an hour-long one h:mm:ss times.
-    void songNamesAndTimes() {
         playSong({}, 3725);
-        m_backend.current->m_time = 3600;
-        m_engine->seek(3600);
         QCOMPARE(text("title") + "|" + text("subtitle"), "Some File|Unknown artist");
-        QCOMPARE(text("elapsed") + "|" + text("total"), "1:00:00|1:02:05");
+        QCOMPARE(text("elapsed") + "|" + text("total"), "0:00|1:02:05");
         QVERIFY(part("position")->isEnabled() && part("playPause")->isEnabled());
         QCOMPARE(part<QToolButton>("playPause")->toolTip(), "Pause");
         m_engine->pause();

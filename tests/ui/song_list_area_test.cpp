@@ -10,7 +10,6 @@
 #include "ui/FileDialogs.h"
 #include "ui/PlayingIndicator.h"
 #include "ui/SongListArea.h"
-#include "ui/SongListView.h"
 #include "ui/TrackRowLayout.h"
 
 #include <QListView>

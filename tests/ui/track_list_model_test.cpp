@@ -144,6 +144,7 @@ private slots:
         };
         row("added before", "add", "new a b c d", "b d");
         row("a selected one removed", "remove b", "a c d", "d");
+        row("moved down a place", "offset b", "a c b d", "b d");
         row("dragged up", "onto d a", "d a b c", "b d");
         row("dragged down", "onto a c", "b c a d", "b d");
     }
@@ -167,6 +168,8 @@ private slots:
             QVERIFY(fixtures::await(m_store->addURLs({QUrl::fromLocalFile(m_music->addSong("new.mp3"))}, 0)));
         else if (words[0] == "remove")
             m_store->remove({id(words[1])});
+        else if (words[0] == "offset")
+            m_store->moveTrack(id(words[1]), 1);
         else
             m_store->moveTrack(id(words[1]), id(words[2]));
 

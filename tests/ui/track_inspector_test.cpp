@@ -231,7 +231,6 @@ private slots:
         QCOMPARE(part<QLabel>("footerNote")->palette().color(QPalette::WindowText), orange);
         QVERIFY(m_dialog->isVisible());
         QVERIFY(canSave());
-        QCOMPARE(m_store->tracks().first().title(), "Yesterday");
     }
 
     // A lookup waiting for its turn when the dialog closes is never sent.

@@ -29,7 +29,6 @@ private slots:
             << FileDetails{"MP3", 1'000, 0.0159} << "MP3 · 1.0 kB · 0:00 · ≈503 kbps";
         QTest::addRow("unknown duration") << FileDetails{"MP3", 7'300'000, 0} << "MP3 · 7.3 MB";
         QTest::addRow("rate below 1 kbps") << FileDetails{"FLAC", 100, 60} << "FLAC · 100 bytes · 1:00";
-        QTest::addRow("no extension, unreadable") << FileDetails{"", 0, 0} << " · 0 bytes";
         QTest::addRow("absurd rate left out")
             << FileDetails{"MP3", 1'000'000, 1e-300} << "MP3 · 1.0 MB · 0:00";
     }

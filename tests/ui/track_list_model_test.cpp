@@ -47,13 +47,6 @@ class TrackListModelTest : public QObject {
         return tracks;
     }
 
-    QList<Track> setTitles(const QStringList& titles) {
-        QList<Tags> songs;
-        for (const QString& title : titles)
-            songs.append({title, {}, {}, title + ".mp3"});
-        return setSongs(songs);
-    }
-
     // A column of the shown rows, joined by spaces.
     QString shown(int role) const {
         QStringList values;
@@ -117,7 +110,6 @@ private slots:
         row("album", "past", "3");
         row("only spaces is a real query", " ", "1 2 3 4");
         row("a trailing space counts", "hey ", "3");
-        row("a leading space counts", " hey", "");
         row("fallback names are not searched", "unknown", "");
     }
     void search() {
@@ -152,7 +144,8 @@ private slots:
         QFETCH(QString, change);
         QFETCH(QString, order);
         QFETCH(QString, selected);
-        const QList<Track> tracks = setTitles({"a", "b", "c", "d"});
+        const QList<Track> tracks = setSongs(
+            {{"a", {}, {}, "a.mp3"}, {"b", {}, {}, "b.mp3"}, {"c", {}, {}, "c.mp3"}, {"d", {}, {}, "d.mp3"}});
         const auto id = [&](const QString& title) {
             return tracks[QStringLiteral("abcd").indexOf(title)].id;
         };

@@ -1,6 +1,7 @@
 #include "playback/PlayerEngine.h"
 #include "store/LibraryStore.h"
 #include "support/Await.h"
+#include "support/DragAndDrop.h"
 #include "support/FakeAudioPlayer.h"
 #include "support/MusicFolder.h"
 #include "support/Pictures.h"
@@ -64,29 +65,6 @@ class SongListAreaTest : public QObject {
                                         false);
     }
 
-    // A drag that enters `target` at `pos`, moves and drops `mime`, as the window system delivers it: a
-    // refused entry ends the drag. True when the drop was accepted. `over`, when given, receives a picture
-    // of the target taken while the drag is over it.
-    bool drop(QWidget& target, QPoint pos, QMimeData* mime, QImage* over = nullptr) {
-        std::unique_ptr<QMimeData> owner(mime);
-        QDragEnterEvent enter(pos, Qt::MoveAction | Qt::CopyAction, mime, Qt::LeftButton, {});
-        QApplication::sendEvent(&target, &enter);
-        if (!enter.isAccepted())
-            return false;
-        QDragMoveEvent move(pos, Qt::MoveAction | Qt::CopyAction, mime, Qt::LeftButton, {});
-        QApplication::sendEvent(&target, &move);
-        if (over)
-            *over = target.grab().toImage();
-        QDropEvent dropped(pos, Qt::MoveAction | Qt::CopyAction, mime, Qt::LeftButton, {});
-        QApplication::sendEvent(&target, &dropped);
-        return dropped.isAccepted();
-    }
-
-    void select(const QList<int>& rows) {
-        for (const int row : rows)
-            view().selectionModel()->select(view().model()->index(row, 0), QItemSelectionModel::Select);
-    }
-
 private slots:
     void init() {
         m_home = std::make_unique<fixtures::ScratchHome>();
@@ -147,8 +125,7 @@ private slots:
         QTest::addColumn<QString>("order"); // unchanged when the drop is refused
         QTest::addRow("dragged down") << "a" << QString() << 2 << "b c a d";
         QTest::addRow("dragged up") << "d" << QString() << 1 << "a d b c";
-        QTest::addRow("while searching") << "a"
-                                         << "song" << 2 << "a b c d";
+        QTest::addRow("while searching") << "a" << QString("song") << 2 << "a b c d";
         QTest::addRow("not a UUID") << "hello" << QString() << 2 << "a b c d";
     }
     void reorderDrops() {
@@ -158,12 +135,12 @@ private slots:
         QFETCH(QString, order);
         const QList<Track> tracks = setSongs({"a", "b", "c", "d"});
         m_area->setSearchText(search);
-        auto* mime = new QMimeData;
+        QMimeData mime;
         const int dragged = QStringLiteral("abcd").indexOf(payload);
-        mime->setText(payload.size() == 1 ? tracks[dragged].id.toString(QUuid::WithoutBraces) : payload);
+        mime.setText(payload.size() == 1 ? tracks[dragged].id.toString(QUuid::WithoutBraces) : payload);
         QImage over;
         const bool accepted = order != "a b c d";
-        QCOMPARE(drop(viewport(), rowCentre(ontoRow), mime, &over), accepted);
+        QCOMPARE(fixtures::dragAndDrop(viewport(), rowCentre(ontoRow), mime, &over), accepted);
         QCOMPARE(this->order(), order);
         if (accepted) {
             const QRect row = view().visualRect(view().model()->index(ontoRow, 0));
@@ -176,19 +153,16 @@ private slots:
 
     // Files dropped anywhere on the area go to the store; the empty view highlights itself meanwhile.
     void fileDrops() {
-        const QUrl song = QUrl::fromLocalFile(m_music->addSong("dropped.mp3"));
-        auto* mime = new QMimeData;
-        mime->setUrls({song});
-        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, mime, Qt::LeftButton, {});
+        QMimeData song;
+        song.setUrls({QUrl::fromLocalFile(m_music->addSong("dropped.mp3"))});
+        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &song, Qt::LeftButton, {});
         QApplication::sendEvent(m_area->emptyView(), &enter);
         QVERIFY(m_area->isDropTargeted() && m_area->emptyView()->isDropTargeted());
-        QVERIFY(drop(*m_area->emptyView(), QPoint(10, 10), mime));
+        QVERIFY(fixtures::dragAndDrop(*m_area->emptyView(), QPoint(10, 10), song));
         QVERIFY(!m_area->isDropTargeted() && !m_area->emptyView()->isDropTargeted());
         QTRY_COMPARE(order(), "dropped");
         // On the list, files pass the rows by and still reach the store.
-        auto* more = new QMimeData;
-        more->setUrls({song});
-        QVERIFY(drop(viewport(), rowCentre(0), more));
+        QVERIFY(fixtures::dragAndDrop(viewport(), rowCentre(0), song));
         QTRY_COMPARE(order(), "dropped dropped");
     }
 
@@ -247,7 +221,8 @@ private slots:
         QFETCH(int, row);
         QFETCH(QString, order);
         setSongs({"a", "b", "c", "d"});
-        select({0, 2});
+        for (const int selected : {0, 2})
+            view().selectionModel()->select(view().model()->index(selected, 0), QItemSelectionModel::Select);
         if (how == "button") {
             QTest::mouseClick(&viewport(), Qt::LeftButton, {}, rowLayout(row).remove.center());
         } else {

@@ -20,7 +20,6 @@ struct Tags {
     QString file;
     bool missing = false;
 };
-Q_DECLARE_METATYPE(Tags)
 
 // The rows over the store's list, the search over them, and how they follow the list's changes.
 class TrackListModelTest : public QObject {
@@ -84,7 +83,6 @@ private slots:
                  "  This file isn't at the path saved in the playlist.");
         QSignalSpy changed(m_model.get(), &TrackListModel::playingStateChanged);
         m_store->engine()->playTrack(tracks[1].id);
-        QCOMPARE(shown(TrackListModel::IsCurrentRole), "false true false");
         QCOMPARE(shown(TrackListModel::IsPlayingRole), "false true false");
         QCOMPARE(sentence(1), "Now playing, 02 Intro, Unknown artist, Unknown album");
         m_store->engine()->pause();
@@ -138,7 +136,6 @@ private slots:
         row("a selected one removed", "remove b", "a c d", "d");
         row("moved down a place", "offset b", "a c b d", "b d");
         row("dragged up", "onto d a", "d a b c", "b d");
-        row("dragged down", "onto a c", "b c a d", "b d");
     }
     void followsChanges() {
         QFETCH(QString, change);

@@ -17,7 +17,6 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QTest>
-#include <QToolBar>
 #include <QToolButton>
 
 class MainWindowTest : public QObject {
@@ -102,18 +101,15 @@ private slots:
         m_store.reset();
     }
 
-    void enabledStates_data() {
-        QTest::addColumn<bool>("full");
-        QTest::addRow("empty playlist") << false;
-        QTest::addRow("songs") << true;
-    }
+    // The playlist commands wait for songs; Check for Updates waits for a check to end.
     void enabledStates() {
-        QFETCH(bool, full);
-        if (full)
-            fillPlaylist();
         WindowActions& a = actions();
-        for (QAction* action : {a.closePlaylist, a.savePlaylist, a.savePlaylistAs, a.playPause})
-            QVERIFY2(action->isEnabled() == full, qPrintable(action->text()));
+        for (const bool full : {false, true}) {
+            if (full)
+                fillPlaylist();
+            for (QAction* action : {a.closePlaylist, a.savePlaylist, a.savePlaylistAs, a.playPause})
+                QVERIFY2(action->isEnabled() == full, qPrintable(action->text()));
+        }
         m_updater->checkNow();
         QVERIFY(!a.checkForUpdates->isEnabled());
         QTRY_VERIFY(a.checkForUpdates->isEnabled());
@@ -264,17 +260,8 @@ private slots:
         QFile(song).open(QIODevice::WriteOnly);
         m_chosenMusic = {QUrl::fromLocalFile(song)};
         m_chosenPlaylist = QUrl::fromLocalFile(writePlaylist("list.m3u"));
-        // The toolbar's progress indicator shows while the songs load.
-        auto* toolbar = m_window->findChild<QToolBar*>("toolbar");
-        const QList<QAction*> items = toolbar->actions();
-        QAction* importing = *std::find_if(items.begin(), items.end(), [&](QAction* a) {
-            return toolbar->widgetForAction(a) == m_window->findChild<QWidget*>("importIndicator");
-        });
-        QVERIFY(!importing->isVisible());
         actions().addMusic->trigger();
-        QVERIFY(importing->isVisible());
         QTRY_COMPARE(m_store->tracks().size(), 1);
-        QVERIFY(!importing->isVisible());
         actions().addSongsFromPlaylist->trigger();
         QTRY_COMPARE(m_store->tracks().size(), 3);
         m_store->clear();

@@ -84,10 +84,8 @@ class TrackInspectorTest : public QObject {
     void type(const QString& row, const QString& replacement) {
         auto* editor = part<QLineEdit>(QString(), row);
         editor->selectAll();
-        if (replacement.isEmpty())
-            QTest::keyClick(editor, Qt::Key_Backspace);
-        else
-            QTest::keyClicks(editor, replacement);
+        QTest::keyClick(editor, Qt::Key_Backspace);
+        QTest::keyClicks(editor, replacement);
     }
 
 private slots:
@@ -166,11 +164,10 @@ private slots:
         QVERIFY(canSave());
 
         part<QPushButton>("useAll")->click();
-        const QList<QAbstractButton*> buttons = m_dialog->findChild<QMessageBox*>()->buttons();
-        const auto replace = std::find_if(buttons.begin(), buttons.end(),
-                                          [](QAbstractButton* b) { return b->text() == "Replace 3 Fields"; });
-        QVERIFY(replace != buttons.end());
-        (*replace)->click();
+        for (QAbstractButton* button : m_dialog->findChild<QMessageBox*>()->buttons()) {
+            if (button->text() == "Replace 3 Fields")
+                button->click(); // under any other name nothing is replaced, and the summary below says so
+        }
         QCOMPARE(lookupText(), "MusicBrainz agrees with your local metadata.");
         QVERIFY(!shows("useAll"));
         QVERIFY(shows("edited", "album") && shows("edited", "genre"));

@@ -144,7 +144,8 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(rowTitles().size(), songs.size(), loadTimeoutMs);
     }
 
-    // Ctrl+F, then the search filters as it is typed. Escape clears it.
+    // Ctrl+F, then the search filters as it is typed; the rows fetch the folder's cover, which the picture
+    // shows. Escape clears the search.
     void searches() {
         QTest::keyClick(&window(), Qt::Key_F, Qt::ControlModifier);
         QCOMPARE(QApplication::focusWidget(), &search());

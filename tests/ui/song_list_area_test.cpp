@@ -1,10 +1,8 @@
 #include "playback/PlayerEngine.h"
 #include "store/LibraryStore.h"
-#include "support/Await.h"
 #include "support/DragAndDrop.h"
 #include "support/FakeAudioPlayer.h"
 #include "support/MusicFolder.h"
-#include "support/Pictures.h"
 #include "support/ScratchHome.h"
 #include "ui/CoverThumbnails.h"
 #include "ui/EmptyPlaylistView.h"
@@ -258,15 +256,6 @@ private slots:
         QCOMPARE(indicator.accessibleLabel(), "Paused");
         QTRY_VERIFY(!indicator.isRunning());
         QCOMPARE(indicator.currentHeights(), (std::array<double, 3>{3, 3, 3}));
-    }
-
-    // A row shows its cover once the thumbnail is ready.
-    void cover() {
-        m_music->addSong("album/one.mp3");
-        m_music->addFile("album/cover.jpg", fixtures::pictureBytes("JPEG", Qt::red, 100));
-        QVERIFY(fixtures::await(m_store->addURLs({m_music->url("album")})));
-        const QPoint cover = rowLayout(0).cover.center();
-        QTRY_VERIFY(qRed(viewport().grab().toImage().pixel(cover)) > 200);
     }
 };
 

@@ -89,20 +89,6 @@ private slots:
         QCOMPARE(m_engine->volume(), 0.3f);
     }
 
-    void volumeIcons_data() {
-        QTest::addColumn<float>("volume");
-        QTest::addColumn<QString>("icon");
-        QTest::addRow("0.005") << 0.005f << "audio-volume-muted";
-        QTest::addRow("0.2") << 0.2f << "audio-volume-low";
-        QTest::addRow("0.34") << 0.34f << "audio-volume-medium";
-        QTest::addRow("0.67") << 0.67f << "audio-volume-high";
-    }
-    void volumeIcons() {
-        QFETCH(float, volume);
-        QFETCH(QString, icon);
-        QCOMPARE(TransportBar::volumeIconName(volume), icon);
-    }
-
     // Off → all → one → off, each step kept in the preferences.
     void repeatCycle() {
         playSong();

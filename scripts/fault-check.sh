@@ -111,7 +111,7 @@ ui-mute-never-unmutes @@ src/ui/TransportBar.cpp @@ transport_bar_test @@ m_engi
 ui-repeat-cycle @@ src/ui/TransportBar.cpp @@ transport_bar_test main_window_test @@ return RepeatMode::One; @@ return RepeatMode::Off;
 ui-save-while-saving @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ !track.isMissing && !isSaving && @@ !track.isMissing &&
 ui-badge-for-no-score @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (confidence < 1) @@ if (confidence < 0)
-ui-footer-missing-first @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (track.isMissing) @@ if (track.isMissing && isMP3(track.url))
+ui-footer-missing-first @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (track.isMissing) @@ if (track.isMissing && isMP3(track.url()))
 model-move-destination @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.to > change.first ? change.to + 1 : change.to @@ change.to
 model-insert-one-too-many @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.first, change.first + change.count - 1); @@ change.first, change.first + change.count);
 model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ return current && isPlaying(); @@ return current;

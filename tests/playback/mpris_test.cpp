@@ -38,23 +38,13 @@ private:
     QList<qlonglong> m_seeks;     // and the positions of Seeked, in microseconds
 
     // A song on disk (the fake back end does not read it, but checks that it exists).
-    Track song(const QString& fileName, const QString& title, const QString& artist = "John Coltrane",
-               const QString& album = "Blue Train", const QByteArray& folderImage = {}) {
-        Track track = fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
-        track.setArtist(artist);
-        track.setAlbum(album);
-        if (!folderImage.isEmpty()) {
-            const QString image = m_home->dir.filePath("cover.png");
-            fixtures::writeFile(image, folderImage);
-            track.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
-            track.setArtworkFingerprint(artworkFingerprint(loadArtwork(track).value_or(QByteArray())));
-        }
-        return track;
+    Track song(const QString& fileName, const QString& title) {
+        return fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
     }
 
-    void startEngine(AudioPlayerFactory factory) {
+    void startEngine() {
         m_nowPlaying.reset();
-        m_engine = std::make_unique<PlayerEngine>(&m_home->settings, std::move(factory));
+        m_engine = std::make_unique<PlayerEngine>(&m_home->settings, m_backend.factory());
         m_nowPlaying = std::make_unique<NowPlaying>(m_engine.get());
     }
 
@@ -112,8 +102,6 @@ private slots:
             QSKIP("No session bus (run under dbus-run-session)");
         if (!fixtures::haveTool("playerctl") || !fixtures::haveTool("dbus-send"))
             QSKIP("playerctl and dbus-send are needed");
-        if (qEnvironmentVariableIsEmpty("ORVELLE_AUDIO_OUTPUT"))
-            qputenv("ORVELLE_AUDIO_OUTPUT", "null");
     }
 
     void init() {
@@ -126,14 +114,19 @@ private slots:
                     song("3.mp3", "Lazy Bird")};
         if (qEnvironmentVariableIsSet(noBusChild))
             return;
-        startEngine(m_backend.factory());
+        startEngine();
         m_engine->setQueue(m_tracks);
     }
 
     void metadata() {
-        const Track tagged = song("a.mp3", "Giant Steps", "John Coltrane", "Giant Steps",
-                                  fixtures::pictureBytes("PNG", Qt::red));
-        const Track untagged = song("01 Intro #1.mp3", "", "", "");
+        Track tagged = song("a.mp3", "Giant Steps");
+        tagged.setArtist("John Coltrane");
+        tagged.setAlbum("Giant Steps");
+        const QString image = m_home->dir.filePath("cover.png");
+        fixtures::writeFile(image, fixtures::pictureBytes("PNG", Qt::red));
+        tagged.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
+        tagged.setArtworkFingerprint(artworkFingerprint(loadArtwork(tagged).value_or(QByteArray())));
+        const Track untagged = song("01 Intro #1.mp3", "");
         for (const auto& [track, shown] : {std::pair{tagged, "Giant Steps|John Coltrane|Giant Steps"},
                                            {untagged, "01 Intro #1|Unknown artist|Unknown album"}}) {
             m_engine->setQueue({track});
@@ -145,16 +138,12 @@ private slots:
             QCOMPARE(playerctl({"metadata", "--format", format}),
                      QString(shown) + "|200000000|'" + trackId(track) + "'|" +
                          track.url().toString(QUrl::FullyEncoded));
-            // The cover is written in the background and announced when it is there.
-            const std::optional<QByteArray> picture = loadArtwork(track);
-            QTRY_COMPARE(QUrl(playerctl({"metadata", "mpris:artUrl"}))
-                             .toLocalFile()
-                             .startsWith(m_home->dir.filePath("cache/Orvelle/art/")),
-                         picture.has_value());
-            if (picture)
-                QCOMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()),
-                         *picture);
+            // The cover is written in the background, to the cache folder, and announced when it is there.
+            const QByteArray picture = loadArtwork(track).value_or(QByteArray());
+            QTRY_COMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()),
+                         picture);
         }
+        QCOMPARE(fixtures::folderEntries(m_home->dir.filePath("cache/Orvelle/art")).size(), 1);
     }
 
     // Each command reaches the engine; what the engine then does (wrapping, restarting, clamping) is its
@@ -163,20 +152,13 @@ private slots:
         QTest::addColumn<QString>("start");       // "<song> playing|paused <seconds>"
         QTest::addColumn<QStringList>("command"); // playerctl's
         QTest::addColumn<QString>("expected");    // "<song> <status> <seconds>"
-
-        const auto row = [](const char* name, const char* start, const QStringList& command,
-                            const char* expected) {
-            QTest::addRow("%s", name) << start << command << expected;
-        };
-        row("play-pause while playing", "0 playing 0", {"play-pause"}, "0 Paused 0");
-        row("play-pause while paused", "0 paused 0", {"play-pause"}, "0 Playing 0");
-        row("pause", "1 playing 20", {"pause"}, "1 Paused 20");
-        row("play resumes", "1 paused 20", {"play"}, "1 Playing 20");
-        row("next", "1 playing 0", {"next"}, "2 Playing 0");
-        row("previous", "1 playing 0", {"previous"}, "0 Playing 0");
-        row("stop", "1 playing 20", {"stop"}, "1 Stopped 0");
-        row("seek forward", "0 paused 42.5", {"position", "5+"}, "0 Paused 47.5");
-        row("set position", "0 paused 42.5", {"position", "50"}, "0 Paused 50");
+        QTest::addRow("play-pause") << "0 playing 0" << QStringList{"play-pause"} << "0 Paused 0";
+        QTest::addRow("pause") << "1 playing 20" << QStringList{"pause"} << "1 Paused 20";
+        QTest::addRow("play resumes") << "1 paused 20" << QStringList{"play"} << "1 Playing 20";
+        QTest::addRow("next") << "1 playing 0" << QStringList{"next"} << "2 Playing 0";
+        QTest::addRow("previous") << "1 playing 0" << QStringList{"previous"} << "0 Playing 0";
+        QTest::addRow("stop") << "1 playing 20" << QStringList{"stop"} << "1 Stopped 0";
+        QTest::addRow("seek forward") << "0 paused 42.5" << QStringList{"position", "5+"} << "0 Paused 47.5";
     }
 
     void transport() {
@@ -243,7 +225,6 @@ private slots:
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
         QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
         call(root + ".Raise");
-        QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 0}));
         call(root + ".Quit");
         QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 1}));
         QSignalSpy open(m_nowPlaying.get(), &NowPlaying::openRequested);
@@ -298,13 +279,11 @@ private slots:
     void runsWithoutSessionBus() {
         if (qEnvironmentVariableIsSet(noBusChild)) {
             QTest::failOnWarning(QRegularExpression(".*"));
-            startEngine(m_backend.factory());
+            startEngine();
             QCOMPARE(m_nowPlaying->serviceName(), QString());
             m_engine->setQueue(m_tracks);
             m_engine->playTrack(m_tracks[1].id);
             m_engine->seek(20);
-            m_engine->next();
-            QCOMPARE(m_engine->currentIndex(), 2);
             QVERIFY(m_engine->isPlaying());
             return;
         }

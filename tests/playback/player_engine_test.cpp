@@ -166,7 +166,6 @@ private slots:
         engine().setShuffling(true);
         const QList<int> order = engine().playOrder();
         QCOMPARE(order.first(), 5);
-        QCOMPARE(engine().orderPosition(), 0);
         QCOMPARE(m_backend.opened, 1); // not interrupted
         engine().next();
         QCOMPARE(engine().currentIndex(), order.at(1));
@@ -213,16 +212,6 @@ private slots:
         QCOMPARE(counts.size(), 6);
         for (int count : std::as_const(counts))
             QVERIFY2(count > 880 && count < 1120, qPrintable(QString::number(count)));
-    }
-
-    void playAfterAFailureRetriesTheSong() {
-        const QList<Track> tracks = makeQueue("m");
-        engine().setQueue(tracks);
-        engine().play();
-        QCOMPARE(state(), "0 not playing, no player: s0 isn't where the playlist says it is.");
-        QVERIFY(QFile(tracks.first().url().toLocalFile()).open(QIODevice::WriteOnly));
-        engine().togglePlayPause();
-        QCOMPARE(state(), "0 playing at 0 s");
     }
 
     // A song is current while it opens, and a change of the queue follows it; an opening superseded by
@@ -281,12 +270,18 @@ private slots:
         QCOMPARE(m_publisher.log.last(), "cleared");
     }
 
-    // A song that fails to start is what the desktop shows, paused, not the song before it.
-    void nowPlayingShowsAFailedStart() {
-        engine().setQueue(makeQueue("om"));
+    // A song that fails to start is what the desktop shows, paused, not the song before it; Play tries it
+    // again.
+    void aFailedStart() {
+        const QList<Track> tracks = makeQueue("om");
+        engine().setQueue(tracks);
         engine().playTrackAt(0);
         engine().next();
         QCOMPARE(m_publisher.log.last(), "s1 paused, rate 0, at 0 s");
+        QCOMPARE(state(), "1 not playing, no player: s1 isn't where the playlist says it is.");
+        QVERIFY(QFile(tracks[1].url().toLocalFile()).open(QIODevice::WriteOnly));
+        engine().togglePlayPause();
+        QCOMPARE(state(), "1 playing at 0 s");
     }
 
     // Now playing is published at events only: the ticker moves the position without republishing, and
@@ -327,7 +322,6 @@ private slots:
         }
         engine().setShuffling(true);
         engine().setRepeatMode(RepeatMode::One);
-        QCOMPARE(m_home->settings.value("player.repeatMode"), QVariant("one"));
 
         // Read at the next start as stored: the volume unclamped, an unknown repeat mode as off.
         using Stored = std::tuple<QVariant, QVariant, QString>;

@@ -176,15 +176,13 @@ private slots:
         QCOMPARE(engine().playOrder(), order);
         QCOMPARE(engine().currentIndex(), order.at(5));
 
-        // A changed playlist draws a new order with the playing song first, undisturbed.
+        // A changed playlist draws a new order with the playing song first (the song is followed as without
+        // shuffling).
         QList<Track> reversed = engine().queue();
         std::reverse(reversed.begin(), reversed.end());
         engine().setQueue(reversed);
         const int current = 7 - order.at(5);
         QCOMPARE(engine().playOrder().first(), current);
-        QCOMPARE(engine().orderPosition(), 0);
-        QCOMPARE(state(), QString("%1 playing at 0 s").arg(current));
-        QCOMPARE(m_backend.opened, 4);
 
         engine().setShuffling(false);
         QCOMPARE(engine().playOrder(), QList<int>({0, 1, 2, 3, 4, 5, 6, 7}));

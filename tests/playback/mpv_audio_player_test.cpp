@@ -106,13 +106,13 @@ private slots:
         QVERIFY(!finished.wait(500));
         QVERIFY2(!player.isPlaying() && player.currentTime() - at < 0.05,
                  qPrintable(QString::number(player.currentTime() - at)));
+        player.setCurrentTime(0.9); // reads back at once, before mpv has moved
+        QCOMPARE(player.currentTime(), 0.9);
         player.play();
         QVERIFY(finished.wait(5000));
         QCOMPARE(finished.count(), 1);
         QCOMPARE(finished.first().first().toBool(), true);
-        // The song stays loaded at its end: the engine leaves the last song there, paused.
-        player.setCurrentTime(0.5);
-        QVERIFY(!player.isPlaying() && player.currentTime() == 0.5);
+        QVERIFY(!player.isPlaying());
     }
 };
 

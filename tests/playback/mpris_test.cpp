@@ -225,6 +225,7 @@ private slots:
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
         QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
         call(root + ".Raise");
+        QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 0}));
         call(root + ".Quit");
         QCOMPARE((QList<qsizetype>{raise.size(), quit.size()}), (QList<qsizetype>{1, 1}));
         QSignalSpy open(m_nowPlaying.get(), &NowPlaying::openRequested);

@@ -8,7 +8,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -61,13 +60,10 @@ private slots:
     // loader's test owns).
     void restores_data() {
         QTest::addColumn<QByteArray>("session");
-        QTest::addColumn<QString>("restored"); // "artist|title|duration|missing" per song; "?": whatever
-        QByteArray garbage(64 * 1024, Qt::Uninitialized);
-        QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(garbage.data()), garbage.size() / 4);
+        QTest::addColumn<QString>("restored"); // "artist|title|duration|missing" per song
         QTest::addRow("only the header") << QByteArray("#EXTM3U\n") << "";
         QTest::addRow("songs moved") << QByteArray("#EXTM3U\n#EXTINF:215,Band - Song\n/gone/02 Song.mp3\n")
                                      << "Band|Song|215|1";
-        QTest::addRow("garbage") << garbage << "?";
     }
     void restores() {
         QFETCH(QByteArray, session);
@@ -80,8 +76,7 @@ private slots:
         QStringList songs;
         for (const Track& t : store->tracks())
             songs << QString("%1|%2|%3|%4").arg(t.artist(), t.title()).arg(t.duration).arg(t.isMissing);
-        if (restored != "?")
-            QCOMPARE(songs.join(' '), restored);
+        QCOMPARE(songs.join(' '), restored);
     }
 
     // A sound store comes back; a malformed one is ignored whole and replaced by the next session save,
@@ -97,7 +92,6 @@ private slots:
         QTest::addRow("a value that is not bytes")
             << QVariant(QVariantMap{{"/music/a.mp3", QByteArray("/music/a.mp3")}, {"/music/b.mp3", 42}})
             << QList<QUrl>{};
-        QTest::addRow("not a map") << QVariant(QStringLiteral("/music/a.mp3")) << QList<QUrl>{};
     }
     void restoresTheBookmarkStore() {
         QFETCH(QVariant, stored);

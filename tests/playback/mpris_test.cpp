@@ -110,30 +110,25 @@ private slots:
     }
 
     void metadata() {
-        Track tagged = song("a.mp3", "Giant Steps");
-        tagged.setArtist("John Coltrane");
-        tagged.setAlbum("Giant Steps");
+        Track track = song("01 Intro #1.mp3", "Giant Steps");
+        track.setArtist("John Coltrane");
+        track.setAlbum("Giant Steps");
         const QString image = m_home->dir.filePath("cover.png");
         fixtures::writeFile(image, fixtures::pictureBytes("PNG", Qt::red));
-        tagged.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
-        tagged.setArtworkFingerprint(artworkFingerprint(loadArtwork(tagged).value_or(QByteArray())));
-        const Track untagged = song("01 Intro #1.mp3", "");
-        for (const auto& [track, shown] : {std::pair{tagged, "Giant Steps|John Coltrane|Giant Steps"},
-                                           {untagged, "01 Intro #1|Unknown artist|Unknown album"}}) {
-            m_engine->setQueue({track});
-            m_engine->playTrack(track.id);
-            const QString format =
-                "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
-            // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must
-            // be. (playerctl quotes object paths.)
-            QCOMPARE(playerctl({"metadata", "--format", format}),
-                     QString(shown) + "|200000000|'" + trackId(track) + "'|" +
-                         track.url().toString(QUrl::FullyEncoded));
-            // The cover is written in the background, to the cache folder, and announced when it is there.
-            const QByteArray picture = loadArtwork(track).value_or(QByteArray());
-            QTRY_COMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()),
-                         picture);
-        }
+        track.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
+        const QByteArray cover = loadArtwork(track).value_or(QByteArray()); // as the window shows it
+        track.setArtworkFingerprint(artworkFingerprint(cover));
+        m_engine->setQueue({track});
+        m_engine->playTrack(track.id);
+        const QString format =
+            "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
+        // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must be.
+        // (playerctl quotes object paths.)
+        QCOMPARE(playerctl({"metadata", "--format", format}),
+                 "Giant Steps|John Coltrane|Giant Steps|200000000|'" + trackId(track) + "'|" +
+                     track.url().toString(QUrl::FullyEncoded));
+        // The cover is written in the background, to the cache folder, and announced when it is there.
+        QTRY_COMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()), cover);
         QCOMPARE(fixtures::folderEntries(m_home->dir.filePath("cache/Orvelle/art")).size(), 1);
     }
 
@@ -174,7 +169,7 @@ private slots:
     }
 
     // Shuffle, loop and volume, written by playerctl and read back after the engine changes them; what the
-    // player can do; who it is.
+    // player can do.
     void properties() {
         playerctl({"shuffle", "On"});
         playerctl({"loop", "Track"});
@@ -207,11 +202,6 @@ private slots:
         QCOMPARE(can(), "100000");
 
         const QString root = "org.mpris.MediaPlayer2";
-        QCOMPARE(property("Identity", root) + property("CanRaise", root) + property("CanQuit", root) +
-                     property("DesktopEntry", root),
-                 "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string "
-                 "\"org.orvelle.Orvelle\"");
-
         // Each request is counted on its own signal, so one sent for the other shows.
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
         QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);

@@ -63,10 +63,6 @@ private:
         return client("dbus-send", options + arguments).section('\n', -1).simplified();
     }
 
-    QString property(const QString& name, const QString& interface = playerInterface) {
-        return call("org.freedesktop.DBus.Properties.Get", {"string:" + interface, "string:" + name});
-    }
-
     // Starts the song at `index` and leaves it as asked, `position` seconds in.
     void startAt(int index, bool paused, double position) {
         m_engine->playTrack(m_tracks.at(index).id);
@@ -74,6 +70,10 @@ private:
             m_engine->pause();
         if (position > 0)
             m_engine->seek(position);
+    }
+
+    QString property(const QString& name) {
+        return call("org.freedesktop.DBus.Properties.Get", {"string:" + playerInterface, "string:" + name});
     }
 
     static QString trackId(const Track& track) {
@@ -198,8 +198,6 @@ private slots:
         m_backend.duration = 0; // a length not known: no seeking
         m_engine->playTrack(m_tracks[1].id);
         QCOMPARE(can(), "111110");
-        m_engine->setQueue({});
-        QCOMPARE(can(), "100000");
 
         const QString root = "org.mpris.MediaPlayer2";
         // Each request is counted on its own signal, so one sent for the other shows.
@@ -251,7 +249,6 @@ private slots:
         // The song starting over by itself moves the clock back too, once.
         m_engine->setRepeatMode(RepeatMode::One);
         emit m_backend.current->finished(true);
-        QCOMPARE(m_engine->currentIndex(), 1);
         QTRY_COMPARE(m_seeks.size(), 5);
         QCOMPARE(m_seeks.mid(3), (QList<qlonglong>{7000000, 0}));
     }

@@ -171,16 +171,6 @@ private slots:
         QCOMPARE(store().playlistURL(), url("short.m3u"));
     }
 
-    // A playback message becomes the status, which keeps it when the next song starts (and the engine drops
-    // the message).
-    void showsPlaybackMessages() {
-        store().setTracks(
-            {trackAt(m_music->filePath("gone.mp3"), "Lost"), trackAt(m_music->addSong("a.mp3"), "a")});
-        store().engine()->play();
-        QTRY_VERIFY(store().engine()->isPlaying());
-        QCOMPARE(store().status(), "Lost isn't where the playlist says it is.");
-    }
-
     // Save and Save As; Open and Close ask first only when unsaved songs would be lost.
     void savesAndConfirms() {
         store().saveAs(); // asks no name either: see the names offered below

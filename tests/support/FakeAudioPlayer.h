@@ -57,8 +57,8 @@ struct FakeAudioBackend {
     QPointer<FakeAudioPlayer> current; // the player last created
     double duration = 100;             // seconds, for every file
     bool deferred = false;
-    std::deque<std::pair<QString, QPromise<AudioPlayerCreation>>>
-        waiting; // openings not answered yet, oldest first
+    // Openings not answered yet, oldest first.
+    std::deque<std::pair<QString, QPromise<AudioPlayerCreation>>> waiting;
 
     AudioPlayerFactory factory() {
         return [this](const QUrl& url) {

@@ -210,8 +210,8 @@ private slots:
         QTRY_COMPARE(open.value(0).value(0).toUrl(), QUrl::fromLocalFile("/music/a b.mp3"));
     }
 
-    // What clients are told without asking: jumps of the position and changed properties, but nothing
-    // while the song merely plays on. Track ids guard SetPosition.
+    // What clients are told without asking: jumps of the position and changed properties (the engine's test
+    // shows that it publishes nothing while the song merely plays on). Track ids guard SetPosition.
     void announcements() {
         QDBusConnection observer = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "observer");
         const QString service = m_nowPlaying->serviceName();
@@ -220,11 +220,6 @@ private slots:
         observer.connect(service, mprisPath, playerInterface, "Seeked", this, SLOT(seeked(qlonglong)));
         startAt(0, false, 0);
         QTRY_COMPARE(m_changes.size(), 1); // the song and its status
-        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
-        for (double time : {30.2, 30.4}) {
-            m_backend.current->m_time = time;
-            QVERIFY(ticks.wait());
-        }
         m_engine->seek(30);
         m_engine->skip(10);
         m_engine->previous();

@@ -219,7 +219,7 @@ private slots:
     void reorders_data() {
         using Kind = TrackListChange::Kind;
         QTest::addColumn<QString>("how");
-        QTest::addColumn<QList<int>>("arguments"); // track indices
+        QTest::addColumn<QList<int>>("arguments"); // track indices, or an index and an offset
         QTest::addColumn<QString>("order");
         QTest::addColumn<int>("changes");
         QTest::addColumn<Kind>("seenAs");

@@ -245,7 +245,7 @@ private slots:
         QSignalSpy changed(&store(), &LibraryStore::tracksChanged);
         QSet<QUuid> ids;
         for (const int i : arguments)
-            ids.insert(tracks[i].id);
+            ids.insert(tracks.value(i).id); // an offset is no index
         if (how == "offset")
             store().moveTrack(tracks[arguments[0]].id, arguments[1]);
         else if (how == "onto")

@@ -47,7 +47,7 @@ compare-sharp-s @@ src/tags/TextRules.cpp @@ metadata_comparison_test @@ {u'\u00
 natural-digits-flipped @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ return a[valueStartA + k] < b[valueStartB + k] ? -1 : 1; @@ return a[valueStartA + k] < b[valueStartB + k] ? 1 : -1;
 natural-folder-separator @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ if (ca == u'/') @@ if (ca == u'\\')
 natural-zeros-tie @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ tieBreak = sign((valueStartA - zerosStartA) - (valueStartB - zerosStartB)); @@ tieBreak = sign((valueStartB - zerosStartB) - (valueStartA - zerosStartA));
-collect-reverse-order @@ src/library/PlayableFiles.cpp @@ playable_files_test @@ [](const QString& a, const QString& b) { return naturalLess(a, b); }); @@ [](const QString& a, const QString& b) { return naturalLess(b, a); });
+collect-reverse-order @@ src/library/PlayableFiles.cpp @@ playable_files_test @@ return naturalLess(QStringView(paths[a]).sliced(cut), QStringView(paths[b]).sliced(cut)); @@ return naturalLess(QStringView(paths[b]).sliced(cut), QStringView(paths[a]).sliced(cut));
 decode-no-windows1252 @@ src/library/TextDecoding.cpp @@ playlist_file_test @@ text = windows1252(bytes); @@ text = std::nullopt;
 decode-trailing-blanks @@ src/library/TextDecoding.cpp @@ playlist_file_test @@ while (end > begin && blank(text[end - 1])) @@ while (false && blank(text[end - 1]))
 playlist-extinf-attributes @@ src/library/PlaylistFile.cpp @@ playlist_file_test @@ const qsizetype end = seconds.indexOf(u' ', first); @@ const qsizetype end = seconds.indexOf(u'\t', first);

@@ -13,6 +13,8 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <numeric>
+#include <vector>
 
 namespace {
 
@@ -56,6 +58,25 @@ QStringList enumerateFolder(const QString& root) {
     return found;
 }
 
+// The positions of `paths` in natural order. Every path is compared from after the last "/" of the part all
+// of them share: that part compares equal in every pair and, ending at a "/", splits no run of digits, so
+// the order is that of the whole paths, at a fraction of the work for a deep library.
+std::vector<qsizetype> naturalOrder(const QStringList& paths) {
+    const QString first = paths.value(0);
+    qsizetype shared = first.size();
+    for (const QString& path : paths) {
+        const auto end = first.cbegin() + std::min(shared, path.size());
+        shared = std::mismatch(first.cbegin(), end, path.cbegin()).first - first.cbegin();
+    }
+    const qsizetype cut = shared > 0 ? first.lastIndexOf(u'/', shared - 1) + 1 : 0;
+    std::vector<qsizetype> order(size_t(paths.size()));
+    std::iota(order.begin(), order.end(), 0);
+    std::sort(order.begin(), order.end(), [&paths, cut](qsizetype a, qsizetype b) {
+        return naturalLess(QStringView(paths[a]).sliced(cut), QStringView(paths[b]).sliced(cut));
+    });
+    return order;
+}
+
 } // namespace
 
 QList<QUrl> collectPlayableFiles(const QList<QUrl>& urls) {
@@ -70,11 +91,9 @@ QList<QUrl> collectPlayableFiles(const QList<QUrl>& urls) {
                 files.append(QUrl::fromLocalFile(info.filePath()));
             continue;
         }
-        QStringList paths = enumerateFolder(info.filePath());
-        std::sort(paths.begin(), paths.end(),
-                  [](const QString& a, const QString& b) { return naturalLess(a, b); });
-        for (const QString& path : std::as_const(paths))
-            files.append(QUrl::fromLocalFile(path));
+        const QStringList paths = enumerateFolder(info.filePath());
+        for (const qsizetype i : naturalOrder(paths))
+            files.append(QUrl::fromLocalFile(paths[i]));
     }
     return files;
 }

@@ -35,13 +35,14 @@ namespace {
 namespace id = MetadataIdentifier;
 using TagLib::AudioProperties;
 
+// From TagLib's own wide characters, not from a copy of them.
 QString qString(const TagLib::String& text) {
-    return text.isEmpty() ? QString() : QString::fromStdWString(text.toWString());
+    return text.isEmpty() ? QString() : QString::fromWCharArray(text.toCWString(), qsizetype(text.size()));
 }
 
 // Several values of one frame or atom (ID3v2.4 and MP4 allow lists) read as one text.
 QString joined(const TagLib::StringList& values) {
-    return qString(values.toString(" / "));
+    return values.size() == 1 ? qString(values.front()) : qString(values.toString(" / "));
 }
 
 // What an Artwork item holds of these picture bytes: with only the fingerprint wanted, the bytes are hashed

@@ -30,14 +30,18 @@ QByteArray folderOf(const QByteArray& path) {
     return path.left(std::max<qsizetype>(path.lastIndexOf('/'), 0));
 }
 
-// Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
-template <typename Sequence, typename Work> void onPool(Sequence& sequence, Work work) {
-    if (sequence.isEmpty())
-        return;
-    QtConcurrent::blockingMap(MetadataLoader::pool(), sequence, [&work](auto& item) {
+// Starts `work` on every element on the loaders' pool.
+template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& sequence, const Work& work) {
+    return QtConcurrent::map(MetadataLoader::pool(), sequence, [&work](auto& item) {
         BackgroundPriority::lowerCurrentThread();
         work(item);
     });
+}
+
+// Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
+template <typename Sequence, typename Work> void onPool(Sequence& sequence, const Work& work) {
+    if (!sequence.isEmpty())
+        startOnPool(sequence, work).waitForFinished();
 }
 
 // The chunk's tracks. Only the cache's connection works on this thread; stamps, checks, decoding, reading
@@ -106,13 +110,12 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         if (work.scanned)
             scannedFolders.append(work.entry);
     }
-    cache.remember(readFiles, scannedFolders);
 
     QList<Track> tracks(pending.size());
     Track* const built = tracks.data();
     QList<qsizetype> indexes(pending.size());
     std::iota(indexes.begin(), indexes.end(), 0);
-    onPool(indexes, [&](qsizetype i) {
+    const auto build = [&](qsizetype i) {
         const Pending& item = pending.at(i);
         const TrackRequest& request = *item.request;
         if (!item.facts) {
@@ -123,7 +126,11 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         built[i] = MetadataLoader::trackFrom(
             request.url, request.hint, *item.facts,
             folder == folderIndex.cend() ? FolderPicture() : folders.at(*folder).entry.picture);
-    });
+    };
+    // The tracks are built while this thread keeps what was read.
+    QFuture<void> building = startOnPool(indexes, build);
+    cache.remember(readFiles, scannedFolders);
+    building.waitForFinished();
     return tracks;
 }
 

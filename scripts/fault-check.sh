@@ -116,7 +116,7 @@ model-move-destination @@ src/ui/TrackListModel.cpp @@ track_list_model_test son
 model-insert-one-too-many @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.first, change.first + change.count - 1); @@ change.first, change.first + change.count);
 model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ return current && isPlaying(); @@ return current;
 cache-stamp-ignored @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (!stamp.regular || stored.stamp != stamp) @@ if (!stamp.regular)
-cache-seconds-only @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000
+cache-seconds-only @@ src/library/FileStamp.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000
 cache-newer-version-used @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (found > version) { @@ if (found > version + 1) {
 store-insert-announced-late @@ src/store/LibraryStore.cpp @@ library_store_test @@ TrackListChange::inserted(int(at), int(added)) @@ TrackListChange::inserted(int(at) + 1, int(added))
 EOF

@@ -171,7 +171,10 @@ QByteArray localPath(const QUrl& url) {
 }
 
 FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader) {
-    const AssetMetadata metadata = reader.read(localPath);
+    return factsOf(localPath, reader.read(localPath));
+}
+
+FileFacts factsOf(const QByteArray& localPath, const AssetMetadata& metadata) {
     if (!metadata.readable)
         qCDebug(lcLibrary) << "No audio metadata could be read from" << localPath;
     const CommonSlots common = sortIntoSlots(metadata.commonItems);

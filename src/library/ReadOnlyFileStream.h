@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-// A read-only TagLib stream over an open file that reads with pread in 64 KB blocks and keeps the last few.
+// A read-only TagLib stream over an open file that reads with pread in 16 KB blocks and keeps the last few.
 // TagLib reads a tag as many small seeks and reads (header, frames, the last 128 bytes, the first audio
 // frame); through stdio each costs one or two system calls, here most come from a block already read.
 // Reads larger than a block go straight to the file. Single-threaded, like any TagLib stream.
@@ -30,7 +30,8 @@ public:
     void truncate(long) override {}
 
 private:
-    static constexpr long long blockSize = 64 * 1024;
+    // Tags and the frame headers after them are small: a larger block copies bytes nobody reads.
+    static constexpr long long blockSize = 16 * 1024;
     static constexpr size_t maximumBlocks = 8;
 
     struct Block {

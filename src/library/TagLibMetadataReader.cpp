@@ -159,23 +159,30 @@ TagItems fromNamedFields(const TagLib::PropertyMap& fields) {
     return out;
 }
 
-TagItems fromId3v1(const TagLib::ID3v1::Tag& tag) {
+// Only the fields the more trusted tags leave out: the others would never show.
+TagItems fromId3v1(const TagLib::ID3v1::Tag& tag, const QList<TagItems>& moreTrusted) {
+    const auto missing = [&moreTrusted](const auto& key) { return !given(moreTrusted, key); };
     TagItems out;
-    out.addText(CommonKey::Title, qString(tag.title()));
-    out.addText(CommonKey::Artist, qString(tag.artist()));
-    out.addText(CommonKey::AlbumName, qString(tag.album()));
-    if (tag.track() > 0)
+    if (missing(CommonKey::Title))
+        out.addText(CommonKey::Title, qString(tag.title()));
+    if (missing(CommonKey::Artist))
+        out.addText(CommonKey::Artist, qString(tag.artist()));
+    if (missing(CommonKey::AlbumName))
+        out.addText(CommonKey::AlbumName, qString(tag.album()));
+    if (tag.track() > 0 && missing(id::id3TrackNumber))
         out.addText(id::id3TrackNumber, QString::number(tag.track()));
     // A year, not a recording time: a version 2 tag's TYER beside it is the better source.
-    if (tag.year() > 0)
+    if (tag.year() > 0 && missing(id::id3Year))
         out.addText(id::id3Year, QString::number(tag.year()));
     // The code in parentheses, so that genre normalisation names it from the program's table (TagLib's own
     // spells some differently: "Alternative Rock" for "Alt. Rock"); codes past the table keep TagLib's name.
     const unsigned int genre = tag.genreNumber();
-    out.addText(id::id3ContentType, genre < unsigned(Id3Genres::names().size())
-                                        ? QStringLiteral("(%1)").arg(genre)
-                                        : qString(tag.genre()));
-    out.addText(id::id3Comments, qString(tag.comment()));
+    if (missing(id::id3ContentType))
+        out.addText(id::id3ContentType, genre < unsigned(Id3Genres::names().size())
+                                            ? QStringLiteral("(%1)").arg(genre)
+                                            : qString(tag.genre()));
+    if (missing(id::id3Comments))
+        out.addText(id::id3Comments, qString(tag.comment()));
     return out;
 }
 
@@ -293,7 +300,7 @@ AssetMetadata readMpeg(TagLib::IOStream* stream, PictureData pictures) {
         if (file.hasAPETag())
             tags.append(fromApe(*file.APETag(), pictures));
         if (file.hasID3v1Tag())
-            tags.append(fromId3v1(*file.ID3v1Tag()));
+            tags.append(fromId3v1(*file.ID3v1Tag(), tags));
     }
     return finish(file, tags, pictures);
 }
@@ -327,7 +334,7 @@ AssetMetadata readFlac(TagLib::IOStream* stream, PictureData pictures) {
         if (file.hasID3v2Tag())
             tags.append(fromId3v2(*file.ID3v2Tag(), pictures));
         if (file.hasID3v1Tag())
-            tags.append(fromId3v1(*file.ID3v1Tag()));
+            tags.append(fromId3v1(*file.ID3v1Tag(), tags));
     }
     return finish(file, tags, pictures);
 }

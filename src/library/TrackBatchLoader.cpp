@@ -58,17 +58,24 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
     }
     static const FileMetadataReader reader(PictureData::Fingerprint); // only fingerprints are kept
     onPool(pending, [&stored](Pending& item) {
-        item.stamp = FileStamp::of(item.path);
-        if (!item.stamp.exists)
-            return;
         const auto& files = *std::as_const(stored).constFind(item.folder);
         const auto entry = files.constFind(item.path.mid(item.folder.size() + 1));
-        if (entry != files.cend())
+        if (entry != files.cend()) {
+            item.stamp = FileStamp::of(item.path);
+            if (!item.stamp.exists)
+                return;
             item.facts = MetadataCache::facts(*entry, item.stamp);
-        if (!item.facts) {
-            item.facts = MetadataLoader::readFacts(item.path, reader);
-            item.read = true;
+            if (item.facts)
+                return;
         }
+        // A file the cache does not know is stamped as it is opened: one look at it, not two.
+        const AssetMetadata metadata = reader.read(item.path, item.stamp);
+        if (!item.stamp.exists)
+            item.stamp = FileStamp::of(item.path); // not opened: missing, or there but unreadable
+        if (!item.stamp.exists)
+            return;
+        item.facts = MetadataLoader::factsOf(item.path, metadata);
+        item.read = true;
     });
 
     // Folder covers, for the songs without a picture of their own: each folder once.
@@ -86,7 +93,7 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
             folders.append({item.request->url, cache.folder(item.folder), {item.folder, 0, 0, {}}, false});
         }
     }
-    onPool(folders, [](FolderWork& work) {
+    const auto findPicture = [](FolderWork& work) {
         const std::optional<FolderPicture> known =
             work.stored ? MetadataCache::picture(*work.stored) : std::nullopt;
         if (known) {
@@ -98,13 +105,18 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         work.entry = MetadataCache::folderStamp(path);
         work.entry.picture = MetadataLoader::folderPicture(work.song);
         work.scanned = true;
-    });
-
+    };
+    // This thread keeps what was read while the pool looks for covers, and keeps the covers found while the
+    // pool builds the tracks.
+    QFuture<void> finding = startOnPool(folders, findPicture);
     QList<MetadataCache::FileEntry> readFiles;
     for (const Pending& item : std::as_const(pending)) {
         if (item.read)
             readFiles.append({item.path, item.stamp, *item.facts});
     }
+    cache.remember(readFiles);
+    finding.waitForFinished();
+
     QList<MetadataCache::FolderEntry> scannedFolders;
     for (const FolderWork& work : std::as_const(folders)) {
         if (work.scanned)
@@ -127,9 +139,8 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
             request.url, request.hint, *item.facts,
             folder == folderIndex.cend() ? FolderPicture() : folders.at(*folder).entry.picture);
     };
-    // The tracks are built while this thread keeps what was read.
     QFuture<void> building = startOnPool(indexes, build);
-    cache.remember(readFiles, scannedFolders);
+    cache.remember({}, scannedFolders);
     building.waitForFinished();
     return tracks;
 }

@@ -37,7 +37,8 @@ private:
     struct Block {
         long long offset = 0;
         long long size = 0; // shorter than blockSize at the end of the file
-        std::unique_ptr<char[]> bytes;
+        const char* bytes = nullptr;
+        std::unique_ptr<char[]> owned; // the bytes, unless they are m_ownBlock
     };
 
     // The block starting at `offset` (a multiple of blockSize), read if needed; null when the read fails.
@@ -49,4 +50,7 @@ private:
     long long m_size;
     long long m_position = 0;
     std::vector<Block> m_blocks; // the most recently read last
+    // Most files are read from one or two blocks: the first needs no allocation, which in a thread that
+    // has just freed a tag's many small pieces would first have the allocator sort them all back.
+    char m_ownBlock[blockSize];
 };

@@ -41,6 +41,7 @@ QStringList enumerateFolder(const QString& root) {
         }
         // Without QDir::Hidden the iterator leaves out names beginning with a dot.
         QDirIterator it(folder, QDir::AllEntries | QDir::NoDotAndDotDot);
+        const qsizetype firstFound = found.size();
         QStringList subfolders;
         while (it.hasNext()) {
             it.next();
@@ -50,6 +51,13 @@ QStringList enumerateFolder(const QString& root) {
             if (info.isDir())
                 subfolders.append(info.filePath());
         }
+        // The folder's files in natural order by name (their paths differ only there): a library whose
+        // folders hold either songs or folders is then found in the order naturalOrder wants.
+        const auto name = [](const QString& path) {
+            return QStringView(path).sliced(path.lastIndexOf(u'/') + 1);
+        };
+        std::sort(found.begin() + firstFound, found.end(),
+                  [&name](const QString& a, const QString& b) { return naturalLess(name(a), name(b)); });
         // Last in, first out: the folder first in natural order is visited next.
         std::sort(subfolders.begin(), subfolders.end(),
                   [](const QString& a, const QString& b) { return naturalLess(b, a); });
@@ -58,9 +66,10 @@ QStringList enumerateFolder(const QString& root) {
     return found;
 }
 
-// The positions of `paths` in natural order. Every path is compared from after the last "/" of the part all
-// of them share: that part compares equal in every pair and, ending at a "/", splits no run of digits, so
-// the order is that of the whole paths, at a fraction of the work for a deep library.
+// The positions of `paths` in natural order; paths found in that order already are only checked. Every
+// path is compared from after the last "/" of the part all of them share: that part compares equal in every
+// pair and, ending at a "/", splits no run of digits, so the order is that of the whole paths, at a fraction
+// of the work for a deep library.
 std::vector<qsizetype> naturalOrder(const QStringList& paths) {
     const QString first = paths.value(0);
     qsizetype shared = first.size();
@@ -71,9 +80,11 @@ std::vector<qsizetype> naturalOrder(const QStringList& paths) {
     const qsizetype cut = shared > 0 ? first.lastIndexOf(u'/', shared - 1) + 1 : 0;
     std::vector<qsizetype> order(size_t(paths.size()));
     std::iota(order.begin(), order.end(), 0);
-    std::sort(order.begin(), order.end(), [&paths, cut](qsizetype a, qsizetype b) {
+    const auto less = [&paths, cut](qsizetype a, qsizetype b) {
         return naturalLess(QStringView(paths[a]).sliced(cut), QStringView(paths[b]).sliced(cut));
-    });
+    };
+    if (!std::is_sorted(order.cbegin(), order.cend(), less))
+        std::sort(order.begin(), order.end(), less);
     return order;
 }
 

@@ -27,6 +27,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <string_view>
 
 namespace TagLibMetadataReader {
 
@@ -123,7 +124,8 @@ TagItems fromId3v2(const TagLib::ID3v2::Tag& tag, PictureData pictures) {
     PictureChoice picture;
     for (const Frame* frame : tag.frameList()) {
         // Version 2.2 and 2.3 frames arrive under their version 2.4 names (PIC as APIC, TT2 as TIT2).
-        const TagLib::ByteVector& name = frame->frameID();
+        const TagLib::ByteVector id = frame->frameID();
+        const std::string_view name(id.data(), id.size()); // compared inline, not through TagLib
         if (name == "APIC") {
             if (const auto* apic = dynamic_cast<const AttachedPictureFrame*>(frame))
                 picture.offer(apic->picture(), apic->type() == AttachedPictureFrame::FrontCover);

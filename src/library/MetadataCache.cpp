@@ -203,6 +203,9 @@ bool MetadataCache::prepareSchema() {
     m_folder = std::make_unique<QSqlQuery>(db);
     m_filesOfFolder->setForwardOnly(true);
     m_folder->setForwardOnly(true);
+    if (!query.exec("SELECT EXISTS (SELECT 1 FROM files) OR EXISTS (SELECT 1 FROM folders)") || !query.next())
+        return false;
+    m_holdsEntries = query.value(0).toBool();
     m_usable = m_filesOfFolder->prepare("SELECT name, size, modified, facts FROM files WHERE folder = ?") &&
                m_folder->prepare("SELECT modified, parent_modified, image, image_size, image_modified, "
                                  "fingerprint FROM folders WHERE path = ?");
@@ -221,7 +224,7 @@ void MetadataCache::discard(const char* reason) {
 
 QHash<QByteArray, MetadataCache::StoredFile> MetadataCache::filesIn(const QByteArray& folder) {
     QHash<QByteArray, StoredFile> files;
-    if (!m_usable)
+    if (!m_usable || !m_holdsEntries)
         return files;
     m_filesOfFolder->bindValue(0, folder);
     if (!m_filesOfFolder->exec()) {
@@ -243,7 +246,7 @@ QHash<QByteArray, MetadataCache::StoredFile> MetadataCache::filesIn(const QByteA
 }
 
 std::optional<MetadataCache::StoredFolder> MetadataCache::folder(const QByteArray& folderPath) {
-    if (!m_usable)
+    if (!m_usable || !m_holdsEntries)
         return std::nullopt;
     m_folder->bindValue(0, folderPath);
     if (!m_folder->exec()) {
@@ -372,6 +375,7 @@ void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEn
         discard(qPrintable(error));
         return;
     }
+    m_holdsEntries = true;
 }
 
 QFuture<void> MetadataCache::rememberSaved(const Track& track, const QString& file) {

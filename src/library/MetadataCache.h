@@ -87,7 +87,8 @@ private:
 
     QString m_file;
     QString m_connection;
-    bool m_usable = false;                      // false: every answer is "unknown" and nothing is kept
+    bool m_usable = false;       // false: every answer is "unknown" and nothing is kept
+    bool m_holdsEntries = false; // false: a new or emptied cache, whose answers are "unknown" without asking
     std::unique_ptr<QSqlQuery> m_filesOfFolder; // prepared once: a start asks for every folder
     std::unique_ptr<QSqlQuery> m_folder;
 };

@@ -6,11 +6,13 @@
 #include "library/NaturalOrder.h"
 #include "tags/FileNames.h"
 
-#include <QDir>
-#include <QDirIterator>
+#include <QFile>
 #include <QFileInfo>
 #include <QSet>
 #include <QStringList>
+
+#include <dirent.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <numeric>
@@ -18,8 +20,36 @@
 
 namespace {
 
-bool hasPlayableExtension(const QFileInfo& info) {
-    return MetadataLoader::playableExtensions().contains(FileNames::extension(info.fileName()));
+bool hasPlayableExtension(const QString& fileName) {
+    return MetadataLoader::playableExtensions().contains(FileNames::extension(fileName));
+}
+
+// The folder's visible files and folders (links followed, broken links, FIFOs and devices left out), as
+// `visit(path, name, isFolder)`. Straight from the directory entries: a library's listing is most of what an
+// import does before it reads a file, and the entries tell files from folders without a stat of each.
+template <typename Visit> void listFolder(const QString& folder, Visit visit) {
+    const QByteArray encoded = QFile::encodeName(folder);
+    DIR* const dir = ::opendir(encoded.constData());
+    if (!dir)
+        return;
+    const QString prefix = folder.endsWith(u'/') ? folder : folder + u'/';
+    while (const dirent* entry = ::readdir(dir)) {
+        if (entry->d_name[0] == '.') // hidden, like "." and ".."
+            continue;
+        bool isFolder = entry->d_type == DT_DIR;
+        bool listed = isFolder || entry->d_type == DT_REG;
+        if (entry->d_type == DT_LNK || entry->d_type == DT_UNKNOWN) {
+            struct stat status {};
+            listed = ::stat((encoded + '/' + entry->d_name).constData(), &status) == 0 &&
+                     (S_ISDIR(status.st_mode) || S_ISREG(status.st_mode));
+            isFolder = listed && S_ISDIR(status.st_mode);
+        }
+        if (listed) {
+            const QString name = QFile::decodeName(entry->d_name);
+            visit(prefix + name, name, isFolder);
+        }
+    }
+    ::closedir(dir);
 }
 
 // Every playable path below `root`, unsorted. Folders are tracked by canonical path, which is what makes
@@ -39,18 +69,14 @@ QStringList enumerateFolder(const QString& root) {
             qCInfo(lcLibrary) << "Skipping a folder that cannot be read:" << folder;
             continue;
         }
-        // Without QDir::Hidden the iterator leaves out names beginning with a dot.
-        QDirIterator it(folder, QDir::AllEntries | QDir::NoDotAndDotDot);
         const qsizetype firstFound = found.size();
         QStringList subfolders;
-        while (it.hasNext()) {
-            it.next();
-            const QFileInfo info = it.fileInfo();
-            if (hasPlayableExtension(info))
-                found.append(info.filePath());
-            if (info.isDir())
-                subfolders.append(info.filePath());
-        }
+        listFolder(folder, [&](const QString& path, const QString& name, bool isFolder) {
+            if (hasPlayableExtension(name))
+                found.append(path);
+            if (isFolder)
+                subfolders.append(path);
+        });
         // The folder's files in natural order by name (their paths differ only there): a library whose
         // folders hold either songs or folders is then found in the order naturalOrder wants.
         const auto name = [](const QString& path) {
@@ -98,7 +124,7 @@ QList<QUrl> collectPlayableFiles(const QList<QUrl>& urls) {
         if (!local || !info.exists())
             continue;
         if (!info.isDir()) {
-            if (hasPlayableExtension(info))
+            if (hasPlayableExtension(info.fileName()))
                 files.append(QUrl::fromLocalFile(info.filePath()));
             continue;
         }

@@ -30,13 +30,22 @@ QByteArray folderOf(const QByteArray& path) {
     return path.left(std::max<qsizetype>(path.lastIndexOf('/'), 0));
 }
 
-// Starts `work` on every element on the loaders' pool.
-template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& sequence, const Work& work) {
-    return QtConcurrent::map(MetadataLoader::pool(), sequence, [&work](auto& item) {
+// Starts `work` on the elements from `begin` to `end` on the loaders' pool.
+template <typename Iterator, typename Work>
+QFuture<void> startOnPool(Iterator begin, Iterator end, const Work& work) {
+    return QtConcurrent::map(MetadataLoader::pool(), begin, end, [&work](auto& item) {
         BackgroundPriority::lowerCurrentThread();
         work(item);
     });
 }
+
+// Starts `work` on every element on the loaders' pool.
+template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& sequence, const Work& work) {
+    return startOnPool(sequence.begin(), sequence.end(), work);
+}
+
+// Files read at a time: while the pool reads a slice, this thread keeps what it read of the one before.
+constexpr qsizetype readSlice = 512;
 
 // Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
 template <typename Sequence, typename Work> void onPool(Sequence& sequence, const Work& work) {
@@ -57,7 +66,7 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
             stored.insert(item.folder, cache.filesIn(item.folder));
     }
     static const FileMetadataReader reader(PictureData::Fingerprint); // only fingerprints are kept
-    onPool(pending, [&stored](Pending& item) {
+    const auto read = [&stored](Pending& item) {
         const auto& files = *std::as_const(stored).constFind(item.folder);
         const auto entry = files.constFind(item.path.mid(item.folder.size() + 1));
         if (entry != files.cend()) {
@@ -76,7 +85,25 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
             return;
         item.facts = MetadataLoader::factsOf(item.path, metadata);
         item.read = true;
-    });
+    };
+    // The entries of what pending[from, to) read from the files.
+    const auto readEntries = [&pending](qsizetype from, qsizetype to) {
+        QList<MetadataCache::FileEntry> entries;
+        for (qsizetype i = from; i < to; ++i) {
+            const Pending& item = std::as_const(pending)[i];
+            if (item.read)
+                entries.append({item.path, item.stamp, *item.facts});
+        }
+        return entries;
+    };
+    qsizetype kept = 0; // the requests before this one have their entries kept
+    for (qsizetype start = 0; start < pending.size(); start += readSlice) {
+        QFuture<void> reading = startOnPool(
+            pending.begin() + start, pending.begin() + std::min(start + readSlice, pending.size()), read);
+        cache.remember(readEntries(kept, start));
+        kept = start;
+        reading.waitForFinished();
+    }
 
     // Folder covers, for the songs without a picture of their own: each folder once.
     struct FolderWork {
@@ -106,15 +133,10 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         work.entry.picture = MetadataLoader::folderPicture(work.song);
         work.scanned = true;
     };
-    // This thread keeps what was read while the pool looks for covers, and keeps the covers found while the
-    // pool builds the tracks.
+    // This thread keeps what the last slice read while the pool looks for covers, and keeps the covers
+    // found while the pool builds the tracks.
     QFuture<void> finding = startOnPool(folders, findPicture);
-    QList<MetadataCache::FileEntry> readFiles;
-    for (const Pending& item : std::as_const(pending)) {
-        if (item.read)
-            readFiles.append({item.path, item.stamp, *item.facts});
-    }
-    cache.remember(readFiles);
+    cache.remember(readEntries(kept, pending.size()));
     finding.waitForFinished();
 
     QList<MetadataCache::FolderEntry> scannedFolders;

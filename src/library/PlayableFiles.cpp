@@ -1,5 +1,6 @@
 #include "library/PlayableFiles.h"
 
+#include "library/BackgroundPriority.h"
 #include "library/LibraryLog.h"
 #include "library/LocalFiles.h"
 #include "library/MetadataLoader.h"
@@ -10,6 +11,7 @@
 #include <QFileInfo>
 #include <QSet>
 #include <QStringList>
+#include <QtConcurrent/QtConcurrentMap>
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -128,9 +130,17 @@ QList<QUrl> collectPlayableFiles(const QList<QUrl>& urls) {
                 files.append(QUrl::fromLocalFile(info.filePath()));
             continue;
         }
-        const QStringList paths = enumerateFolder(info.filePath());
-        for (const qsizetype i : naturalOrder(paths))
-            files.append(QUrl::fromLocalFile(paths[i]));
+        const QStringList found = enumerateFolder(info.filePath());
+        QStringList sorted;
+        sorted.reserve(found.size());
+        for (const qsizetype i : naturalOrder(found))
+            sorted.append(found[i]);
+        // Making the URLs is most of a listing's own work: the loaders share it.
+        files += QtConcurrent::blockingMapped<QList<QUrl>>(MetadataLoader::pool(), sorted,
+                                                           [](const QString& path) {
+                                                               BackgroundPriority::lowerCurrentThread();
+                                                               return QUrl::fromLocalFile(path);
+                                                           });
     }
     return files;
 }

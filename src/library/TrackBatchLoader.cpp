@@ -30,18 +30,12 @@ QByteArray folderOf(const QByteArray& path) {
     return path.left(std::max<qsizetype>(path.lastIndexOf('/'), 0));
 }
 
-// Starts `work` on the elements from `begin` to `end` on the loaders' pool.
-template <typename Iterator, typename Work>
-QFuture<void> startOnPool(Iterator begin, Iterator end, const Work& work) {
-    return QtConcurrent::map(MetadataLoader::pool(), begin, end, [&work](auto& item) {
+// Starts `work` on every element on the loaders' pool.
+template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& sequence, const Work& work) {
+    return QtConcurrent::map(MetadataLoader::pool(), sequence, [&work](auto& item) {
         BackgroundPriority::lowerCurrentThread();
         work(item);
     });
-}
-
-// Starts `work` on every element on the loaders' pool.
-template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& sequence, const Work& work) {
-    return startOnPool(sequence.begin(), sequence.end(), work);
 }
 
 // Files read at a time: while the pool reads a slice, this thread keeps what it read of the one before.
@@ -96,14 +90,6 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         }
         return entries;
     };
-    qsizetype kept = 0; // the requests before this one have their entries kept
-    for (qsizetype start = 0; start < pending.size(); start += readSlice) {
-        QFuture<void> reading = startOnPool(
-            pending.begin() + start, pending.begin() + std::min(start + readSlice, pending.size()), read);
-        cache.remember(readEntries(kept, start));
-        kept = start;
-        reading.waitForFinished();
-    }
 
     // Folder covers, for the songs without a picture of their own: each folder once.
     struct FolderWork {
@@ -112,14 +98,6 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         MetadataCache::FolderEntry entry;
         bool scanned = false;
     };
-    QHash<QByteArray, qsizetype> folderIndex;
-    QList<FolderWork> folders;
-    for (const Pending& item : std::as_const(pending)) {
-        if (item.facts && item.facts->embeddedArtwork.isEmpty() && !folderIndex.contains(item.folder)) {
-            folderIndex.insert(item.folder, folders.size());
-            folders.append({item.request->url, cache.folder(item.folder), {item.folder, 0, 0, {}}, false});
-        }
-    }
     const auto findPicture = [](FolderWork& work) {
         const std::optional<FolderPicture> known =
             work.stored ? MetadataCache::picture(*work.stored) : std::nullopt;
@@ -133,11 +111,40 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         work.entry.picture = MetadataLoader::folderPicture(work.song);
         work.scanned = true;
     };
-    // This thread keeps what the last slice read while the pool looks for covers, and keeps the covers
-    // found while the pool builds the tracks.
-    QFuture<void> finding = startOnPool(folders, findPicture);
-    cache.remember(readEntries(kept, pending.size()));
-    finding.waitForFinished();
+    QHash<QByteArray, qsizetype> folderIndex;
+    QList<FolderWork> folders;
+    folders.reserve(pending.size()); // never moved while the pool works on them
+
+    // In rounds, each a slice of files to read and the covers of the folders the slice before needs, while
+    // this thread keeps what that slice read; a last round for the last slice's folders.
+    qsizetype kept = 0;    // the requests before this one have their entries kept and their folders known
+    qsizetype started = 0; // the folders before this one are searched or being searched
+    for (qsizetype start = 0; kept < pending.size(); start = std::min(start + readSlice, pending.size())) {
+        for (qsizetype i = kept; i < start; ++i) {
+            const Pending& item = std::as_const(pending)[i];
+            if (item.facts && item.facts->embeddedArtwork.isEmpty() && !folderIndex.contains(item.folder)) {
+                folderIndex.insert(item.folder, folders.size());
+                folders.append(
+                    {item.request->url, cache.folder(item.folder), {item.folder, 0, 0, {}}, false});
+            }
+        }
+        Pending* const files = pending.data() + start;
+        const qsizetype fileCount = std::min(start + readSlice, pending.size()) - start;
+        FolderWork* const newFolders = folders.data() + started;
+        QList<qsizetype> jobs(fileCount + folders.size() - started);
+        std::iota(jobs.begin(), jobs.end(), 0);
+        const auto job = [&](qsizetype i) {
+            if (i < fileCount)
+                read(files[i]);
+            else
+                findPicture(newFolders[i - fileCount]);
+        };
+        QFuture<void> round = startOnPool(jobs, job);
+        cache.remember(readEntries(kept, start));
+        kept = start;
+        started = folders.size();
+        round.waitForFinished();
+    }
 
     QList<MetadataCache::FolderEntry> scannedFolders;
     for (const FolderWork& work : std::as_const(folders)) {

@@ -219,9 +219,16 @@ QUuid newTrackId() {
 Track newTrack(const QUrl& url) {
     Track track;
     track.id = newTrackId();
-    // Keeping the caller's URL when it is already normal shares its buffers instead of copying them.
-    const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
-    track.setUrl(normalized == url ? url : normalized);
+    // Keeping the caller's URL when it is already normal shares its buffers instead of copying them. A path
+    // without a segment starting with a dot or an empty one is normal as it stands, found cheaper than by
+    // normalizing it.
+    const QString path = url.path();
+    if (!path.startsWith(u'.') && !path.contains(u"/.") && !path.contains(u"//")) {
+        track.setUrl(url);
+    } else {
+        const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
+        track.setUrl(normalized == url ? url : normalized);
+    }
     return track;
 }
 

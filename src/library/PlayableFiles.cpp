@@ -15,6 +15,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <numeric>
@@ -54,20 +55,22 @@ template <typename Visit> void listFolder(const QString& folder, Visit visit) {
     ::closedir(dir);
 }
 
-// Every playable path below `root`, unsorted. Folders are tracked by canonical path, which is what makes
-// a symbolic link back up the tree harmless. They are visited depth first in natural order, so a folder
-// reached by two paths (one through a link) is always listed under the one that comes first.
+// Every playable path below `root`, unsorted. Folders are tracked by device and inode (what a canonical
+// path tells, in one look instead of one per path component), which is what makes a symbolic link back up
+// the tree harmless. They are visited depth first in natural order, so a folder reached by two paths (one
+// through a link) is always listed under the one that comes first.
 QStringList enumerateFolder(const QString& root) {
     QStringList found;
-    QSet<QString> visited;
+    QSet<std::pair<dev_t, ino_t>> visited;
     QStringList pending{root};
     while (!pending.isEmpty()) {
         const QString folder = pending.takeLast();
-        const QString canonical = QFileInfo(folder).canonicalFilePath();
-        if (canonical.isEmpty() || visited.contains(canonical))
+        const QByteArray encoded = QFile::encodeName(folder);
+        struct stat status {};
+        if (::stat(encoded.constData(), &status) != 0 || visited.contains({status.st_dev, status.st_ino}))
             continue;
-        visited.insert(canonical);
-        if (!QFileInfo(folder).isReadable()) {
+        visited.insert({status.st_dev, status.st_ino});
+        if (::access(encoded.constData(), R_OK) != 0) {
             qCInfo(lcLibrary) << "Skipping a folder that cannot be read:" << folder;
             continue;
         }

@@ -164,13 +164,11 @@ bool MetadataCache::prepareSchema() {
     if (!query.exec("PRAGMA busy_timeout = 10000") || !query.exec("PRAGMA user_version") || !query.next())
         return false;
     int found = query.value(0).toInt();
-    // A crash may lose the last entries, never damage the file.
-    if (!query.exec("PRAGMA synchronous = NORMAL"))
-        return false;
     if (found < version) {
-        // Made (or emptied) once, under the write lock, so that two programs starting together agree.
-        if (!query.exec("PRAGMA journal_mode = WAL") || !query.exec("BEGIN IMMEDIATE") ||
-            !query.exec("PRAGMA user_version") || !query.next())
+        // Made (or emptied) once, under the write lock, so that two programs starting together agree; without
+        // waiting for the disk, as a cache a system crash damages now is thrown away at the next start.
+        if (!query.exec("PRAGMA synchronous = OFF") || !query.exec("PRAGMA journal_mode = WAL") ||
+            !query.exec("BEGIN IMMEDIATE") || !query.exec("PRAGMA user_version") || !query.next())
             return false;
         found = query.value(0).toInt();
         const QStringList schema = {
@@ -195,6 +193,9 @@ bool MetadataCache::prepareSchema() {
             return false;
         found = std::max(found, version);
     }
+    // A crash may lose the last entries, never damage the file.
+    if (!query.exec("PRAGMA synchronous = NORMAL"))
+        return false;
     if (found > version) {
         qCInfo(lcLibrary) << "The metadata cache" << m_file << "belongs to a newer Orvelle; not using it";
         return true; // usable stays false, and the file is left as it is

@@ -38,14 +38,14 @@ template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& 
     });
 }
 
-// Files read at a time: while the pool reads a slice, this thread keeps what it read of the one before.
-constexpr qsizetype readSlice = 512;
-
 // Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
 template <typename Sequence, typename Work> void onPool(Sequence& sequence, const Work& work) {
     if (!sequence.isEmpty())
         startOnPool(sequence, work).waitForFinished();
 }
+
+// Files read at a time: while the pool reads a slice, this thread keeps what it read of the one before.
+constexpr qsizetype readSlice = 512;
 
 // The chunk's tracks. Only the cache's connection works on this thread; stamps, checks, decoding, reading
 // what the cache does not know and building the tracks run on the loaders' pool.

@@ -1,8 +1,8 @@
-// Thumbnails of huge cover images: they must decode scaled, within the image reader's allocation limit,
-// rather than at full size. Prints the time and the peak resident memory of each. Images are made by
-// ffmpeg. Usage: folder_artwork_bench
+// Thumbnails (FolderArtwork::thumbnail) of huge cover images: they must decode scaled, within the image
+// reader's allocation limit, rather than at full size. Prints the time and the peak resident memory of
+// each. Images are made by ffmpeg. Usage: folder_artwork_bench
 #include "support/Fixtures.h"
-#include "tags/FolderArtworkCache.h"
+#include "tags/FolderArtwork.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -31,7 +31,7 @@ int main(int argc, char** argv) {
         }
         QElapsedTimer timer;
         timer.start();
-        const std::optional<QByteArray> thumbnail = FolderArtworkCache::thumbnail(QUrl::fromLocalFile(path));
+        const std::optional<QByteArray> thumbnail = FolderArtwork::thumbnail(QUrl::fromLocalFile(path));
         const double seconds = timer.nsecsElapsed() / 1e9;
         rusage usage{};
         getrusage(RUSAGE_SELF, &usage);

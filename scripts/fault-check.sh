@@ -29,11 +29,11 @@ atomic-old-file-left @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ ::unlink(
 atomic-fifo-replaced @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ if (!S_ISREG(info.st_mode)) @@ if (false)
 atomic-relative-link @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ current = link.startsWith('/') ? link : directoryOf(current) + '/' + link; @@ current = link;
 atomic-new-file-private @@ src/tags/AtomicFile.cpp @@ atomic_file_test @@ target.exists ? 0600 : 0666); @@ target.exists ? 0600 : 0600);
-artwork-large-bonus @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ score += 15; @@ score += 5;
-artwork-hidden-files @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ if (name.startsWith(u'.') || !entry.isFile() @@ if (!entry.isFile()
-artwork-smaller-first @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ a.rank > b.rank : a.size > b.size; @@ a.rank > b.rank : a.size < b.size;
-artwork-no-parent @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ const QString parent = QFileInfo(folder).path(); @@ const QString parent = folder;
-artwork-black-background @@ src/tags/FolderArtworkCache.cpp @@ folder_artwork_cache_test @@ flat.fill(Qt::white); @@ flat.fill(Qt::black);
+artwork-large-bonus @@ src/tags/FolderArtwork.cpp @@ folder_artwork_test @@ score += 15; @@ score += 5;
+artwork-hidden-files @@ src/tags/FolderArtwork.cpp @@ folder_artwork_test @@ if (name.startsWith(u'.') || !entry.isFile() @@ if (!entry.isFile()
+artwork-smaller-first @@ src/tags/FolderArtwork.cpp @@ folder_artwork_test @@ a.rank > b.rank : a.size > b.size; @@ a.rank > b.rank : a.size < b.size;
+artwork-no-parent @@ src/tags/FolderArtwork.cpp @@ folder_artwork_test @@ const QString parent = QFileInfo(folder).path(); @@ const QString parent = folder;
+artwork-black-background @@ src/tags/FolderArtwork.cpp @@ folder_artwork_test @@ flat.fill(Qt::white); @@ flat.fill(Qt::black);
 id3-syncsafe-shift @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ char((n >> 14) & 0x7F) @@ char((n >> 15) & 0x7F)
 id3-old-v1-kept @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ == "TAG" ? @@ == "TAX" ?
 id3-footer-ignored @@ src/tags/ID3TagWriter.cpp @@ id3_tag_writer_test id3_tag_writer_readers_test @@ start += headerSize; @@ start += 0;
@@ -111,7 +111,7 @@ ui-mute-never-unmutes @@ src/ui/TransportBar.cpp @@ transport_bar_test @@ m_engi
 ui-repeat-cycle @@ src/ui/TransportBar.cpp @@ transport_bar_test main_window_test @@ return RepeatMode::One; @@ return RepeatMode::Off;
 ui-save-while-saving @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ !track.isMissing && !isSaving && @@ !track.isMissing &&
 ui-badge-for-no-score @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (confidence < 1) @@ if (confidence < 0)
-ui-footer-missing-first @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (track.isMissing) @@ if (track.isMissing && isMP3(track.url))
+ui-footer-missing-first @@ src/ui/InspectorRules.cpp @@ inspector_rules_test track_inspector_test @@ if (track.isMissing) @@ if (track.isMissing && isMP3(track.url()))
 model-move-destination @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.to > change.first ? change.to + 1 : change.to @@ change.to
 model-insert-one-too-many @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.first, change.first + change.count - 1); @@ change.first, change.first + change.count);
 model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ return current && isPlaying(); @@ return current;

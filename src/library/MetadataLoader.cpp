@@ -6,7 +6,7 @@
 #include "library/MetadataReader.h"
 #include "library/TrackArtwork.h"
 #include "tags/FileNames.h"
-#include "tags/FolderArtworkCache.h"
+#include "tags/FolderArtwork.h"
 #include "tags/Id3Genres.h"
 #include "tags/TextRules.h"
 
@@ -192,7 +192,7 @@ FileFacts factsOf(const QByteArray& localPath, const AssetMetadata& metadata) {
 }
 
 FolderPicture folderPicture(const QUrl& songUrl) {
-    const std::optional<QUrl> image = FolderArtworkCache::imageFor(songUrl);
+    const std::optional<QUrl> image = FolderArtwork::imageFor(songUrl);
     if (!image)
         return {};
     const QByteArray path = localPath(*image);

@@ -67,7 +67,7 @@ FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader);
 // What `metadata`, read from the file at `localPath`, says.
 FileFacts factsOf(const QByteArray& localPath, const AssetMetadata& metadata);
 // The folder cover for a song without a picture of its own, found without decoding it
-// (FolderArtworkCache::imageFor).
+// (FolderArtwork::imageFor).
 FolderPicture folderPicture(const QUrl& songUrl);
 // The track of an existing file from what it says, the hint and, when it has no picture, its folder's.
 Track trackFrom(const QUrl& url, const std::optional<PlaylistEntry>& hint, const FileFacts& facts,

@@ -3,7 +3,7 @@
 #include "library/FileMetadataReader.h"
 #include "library/MetadataLoader.h"
 #include "library/MetadataReader.h"
-#include "tags/FolderArtworkCache.h"
+#include "tags/FolderArtwork.h"
 
 #include <QtEndian>
 
@@ -33,7 +33,7 @@ std::optional<QByteArray> loadArtwork(const Track& track) {
     case ArtworkSource::Kind::Folder:
         // The loader fingerprinted the same thumbnail: making it again from the same image gives the same
         // bytes.
-        return FolderArtworkCache::thumbnail(track.artworkSource().imageUrl());
+        return FolderArtwork::thumbnail(track.artworkSource().imageUrl());
     case ArtworkSource::Kind::None:
         break;
     }

@@ -59,20 +59,11 @@ private slots:
             found.append(QDir(music.path()).relativeFilePath(url.toLocalFile()));
         QFile::setPermissions(music.filePath("lib/locked"),
                               QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        QStringList expected{"z.mp3",
-                             "lib/1.flac",
-                             "lib/2.MP3",
-                             "lib/10.mp3",
-                             "lib/a.mp3",
-                             "lib/a.mp3/b.mp3",
-                             "lib/Disc 2/1.m4a",
-                             "lib/Disc 10/1.wav",
-                             "lib/linked/3.mp3",
-                             "lib/locked/3.mp3",
-                             "z.mp3"};
+        QString expected = "z.mp3|lib/1.flac|lib/2.MP3|lib/10.mp3|lib/a.mp3|lib/a.mp3/b.mp3|lib/Disc 2/1.m4a|"
+                           "lib/Disc 10/1.wav|lib/linked/3.mp3|lib/locked/3.mp3|z.mp3";
         if (locked)
-            expected.removeOne("lib/locked/3.mp3");
-        QCOMPARE(found, expected);
+            expected.remove("lib/locked/3.mp3|");
+        QCOMPARE(found.join(u'|'), expected);
     }
 };
 

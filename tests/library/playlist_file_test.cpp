@@ -1,7 +1,6 @@
 #include "library/PlaylistFile.h"
 #include "library/SessionFile.h"
 #include "support/FileContents.h"
-#include "support/Fixtures.h"
 #include "support/MusicFolder.h"
 #include "support/ScratchHome.h"
 #include "support/ScratchMount.h"
@@ -10,14 +9,10 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
-
-#include <csignal>
 
 using fixtures::readFile;
 
@@ -60,13 +55,6 @@ class PlaylistFileTest : public QObject {
     // Playlists are read from <tmp>/p; expected paths are relative to that folder unless absolute.
     fixtures::MusicFolder m_dir;
 
-    PlaylistReadResult readBytes(const QString& name, const QByteArray& bytes) {
-        const QString path = m_dir.addFile("p/" + name, bytes);
-        if (path.isEmpty())
-            qFatal("cannot write %s", qPrintable(name));
-        return PlaylistFile::readPlaylist(QUrl::fromLocalFile(path));
-    }
-
 private slots:
     void initTestCase() {
         for (const char* name : {"p/a.mp3", "p/b.mp3", "p/My Song.mp3", "p/Both Here.mp3",
@@ -75,7 +63,6 @@ private slots:
         QVERIFY(QDir().mkpath(m_dir.filePath("links/lists")));
         QVERIFY(QFile::link(m_dir.filePath("links/real"), m_dir.filePath("links/linked")));
         QVERIFY(QFile::link("../real/song.mp3", m_dir.filePath("links/lists/alias.mp3")));
-        QVERIFY(QFile::link("nowhere.mp3", m_dir.filePath("links/lists/dangling.mp3")));
     }
 
     // An empty expectation means the playlist lists nothing playable.
@@ -93,90 +80,66 @@ private slots:
         };
         row("windows-1252", "#EXTINF:1,\x93Quoted\x94 \x80\x85\xE9\na.mp3",
             {title(u"\u201CQuoted\u201D \u20AC\u2026\u00E9")});
-        row("latin-1 after 1252", "#EXTINF:1,\x81\x80\xE9\na.mp3", {title(u"\u0081\u0080\u00E9")});
-        row("bad utf-8 forms", "#EXTINF:1,\xC0\xAF\xED\xA0\x80\na.mp3",
-            {title(u"\u00C0\u00AF\u00ED\u00A0\u20AC")});
         row("byte order mark", "\xEF\xBB\xBF#EXTM3U\n#EXTINF:3,Caf\xC3\xA9\na.mp3\n", {"a.mp3|Café|-|3"});
-        row("crlf; each path ends pending values", "#EXTM3U\r\n#EXTINF:215,Band - Song\r\n\r\na.mp3\r\nb.mp3",
-            {"a.mp3|Song|Band|215", "b.mp3"});
-        row("cr, unicode separators", "a.mp3\rb.mp3\xE2\x80\xA8\x61.mp3\x0B\x0C",
-            {"a.mp3", "b.mp3", "a.mp3"});
-        row("attributes after the duration", "#EXTINF:215 tvg-id=x,A - B\na.mp3", {"a.mp3|B|A|215"});
-        row("fraction and lower case", "#extinf:2.5 ,  Title only \na.mp3", {"a.mp3|Title only|-|2.5"});
-        row("not positive numbers",
-            "#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3\n#EXTINF:inf,V\na.mp3\n#EXTINF:12abc,W\nb.mp3\n"
-            "#EXTINF:0x10,X\na.mp3",
-            {"a.mp3|T", "b.mp3|U", "a.mp3|V", "b.mp3|W", "a.mp3|X"});
-        row("no comma, empty display", "#EXTINF:100 Title\na.mp3\n#EXTINF:5,  \nb.mp3",
-            {"a.mp3", "b.mp3|-|-|5"});
-        row("only the first dash splits", "#EXTINF:5,A - B - C\na.mp3", {"a.mp3|B - C|A|5"});
-        row("comments keep pending values", "#EXTINF:3,A - T\n\n# a comment\n#EXTVLCOPT:x=1\n  \na.mp3",
-            {"a.mp3|T|A|3"});
-        row("a stream takes its title", "#EXTINF:-1,Radio\nhttp://radio.example/stream\nb.mp3", {"b.mp3"});
-        row("remote schemes", "HTTPS://x/a.mp3\nrtsp://x/a\nRtmp://x/a\nmms://x/a\nhttp:a.mp3\nb.mp3",
-            {"b.mp3"});
-        row("windows drives", "C:\\Music\\a.mp3\nd:/Music/a.mp3\nC:a.mp3\nb.mp3", {"C:a.mp3", "b.mp3"});
+        // Blank lines and comments keep the values of an #EXTINF line; each path ends them.
+        row("line ends, comments and blanks",
+            "#EXTM3U\r\n#EXTINF:215,Band - Song\r\n\r\n# a comment\r#EXTVLCOPT:x=1\n  \na.mp3\r\nb.mp3\r"
+            "a.mp3\xE2\x80\xA8\x62.mp3\x0B\x0C",
+            {"a.mp3|Song|Band|215", "b.mp3", "a.mp3", "b.mp3"});
+        // Attributes after the duration, a fraction, lower case, the first dash only, no comma, no display,
+        // durations that are not positive numbers.
+        row("extinf forms",
+            "#EXTINF:215 tvg-id=x,A - B\na.mp3\n#extinf:2.5 ,  Title only \nb.mp3\n"
+            "#EXTINF:5,A - B - C\na.mp3\n#EXTINF:100 Title\nb.mp3\n#EXTINF:5,  \na.mp3\n"
+            "#EXTINF:-1,T\na.mp3\n#EXTINF:0,U\nb.mp3\n#EXTINF:12abc,W\na.mp3",
+            {"a.mp3|B|A|215", "b.mp3|Title only|-|2.5", "a.mp3|B - C|A|5", "b.mp3", "a.mp3|-|-|5", "a.mp3|T",
+             "b.mp3|U", "a.mp3|W"});
+        // A stream takes the title before it with it.
+        row("streams and windows drives",
+            "#EXTINF:-1,Radio\nhttp://radio.example/stream\nHTTPS://x/a.mp3\nmms://x/a\nC:\\Music\\a.mp3\n"
+            "d:/Music/a.mp3\nC:a.mp3\nb.mp3",
+            {"C:a.mp3", "b.mp3"});
         row("backslashes, blanks trimmed", " \t Music\\Album\\01.mp3 \t", {"Music/Album/01.mp3"});
         row("dot segments resolved", "./x/../a.mp3\n../q/b.mp3\n/music//x/../a.mp3",
             {"a.mp3", "../q/b.mp3", "/music/a.mp3"});
+        // Those of other hosts name no local file.
         row("file urls",
             "file://" + dir + "/My%20Song.mp3\nFILE://" + dir + "/sub/../b.mp3\nfile://LocalHost" + dir +
-                "/a.mp3",
-            {"My Song.mp3", "b.mp3", "a.mp3"});
+                "/a.mp3\nfile://host" + dir + "/a.mp3\nfile://localhost//x.mp3\nfile://",
+            {"My Song.mp3", "b.mp3", "a.mp3", "/x.mp3"});
         // Decoded only when the decoded name exists and the name as written does not.
         row("escapes", "My%20Song.mp3\nBoth%20Here.mp3\nNo%20File.mp3\nMy%2Song.mp3\n100%.mp3\nCaf%c3%A9.mp3",
             {"My Song.mp3", "Both%20Here.mp3", "No%20File.mp3", "My%2Song.mp3", "100%.mp3", "Café.mp3"});
         row("dot segments above the root", "../../../../../../../../../../x.mp3\nfile:///../../y.mp3",
             {"/x.mp3", "/y.mp3"});
-        row("file urls of other hosts name no local file",
-            "file://host" + dir + "/a.mp3\nfile://localhost//x.mp3\nfile://\nb.mp3", {"/x.mp3", "b.mp3"});
         row("directive upper-cased, not case-folded", "#ext\xC4\xB1nf:5,T\na.mp3", {"a.mp3|T|-|5"});
-        row("[playlist] inside a line", "#EXTINF:5,Best of [Playlist]\na.mp3",
-            {"a.mp3|Best of [Playlist]|-|5"});
-        row("[playlist] lower-cased, not case-folded", "[playli\xC5\xBFt]\na.mp3",
-            {QString::fromUtf8("[playli\xC5\xBFt]"), "a.mp3"});
         row("empty file", "", {});
         row("numeric order",
-            "[playlist]\nFile3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries="
-            "1",
+            "File3=c.mp3\nFile1=a.mp3\nFile+2=b.mp3\nFile-1=z.mp3\nFile2x=x.mp3\nNumberOfEntries=1",
             {"z.mp3", "a.mp3", "b.mp3", "c.mp3"}, "list.pls");
+        // Keys in any case, values trimmed; later keys replace earlier ones; empty values and stray titles
+        // are skipped.
         row("titles and lengths",
-            "[playlist]\r\nFile1=a.mp3\r\nTitle1=Artist - Song\r\nLength1=215\r\n"
-            "File2=b.mp3\r\nTitle2=Just a title\r\nLength2=-1\r\nVersion=2\r\n",
-            {"a.mp3|Song|Artist|215", "b.mp3|Just a title"}, "list.pls");
-        row("keys in any case, values trimmed", "FILE1=  a.mp3 \ntItLe1=\tT \nLENGTH1= 7.5",
-            {"a.mp3|T|-|7.5"}, "list.pls");
-        row("later keys replace, empty values and stray titles skipped",
-            "File1=a.mp3\nTitle1=First\nFile1=b.mp3\nTitle1=Second\nFile2=\nTitle2=T\nFile3=c.mp3\nLength3="
-            "abc\n"
-            "Title4=Lonely\nFile5=http://x/a",
-            {"b.mp3|Second", "c.mp3"}, "list.pls");
+            "[playlist]\r\nFILE1=  a.mp3 \r\ntItLe1=\tArtist - Song \r\nLENGTH1= 7.5\r\n"
+            "File2=b.mp3\r\nTitle2=Just a title\r\nLength2=-1\r\nVersion=2\r\nFile3=x.mp3\r\nTitle3=First\r\n"
+            "File3=c.mp3\r\nTitle3=Second\r\nFile4=\r\nTitle4=T\r\nTitle5=Lonely\r\n",
+            {"a.mp3|Song|Artist|7.5", "b.mp3|Just a title", "c.mp3|Second"}, "list.pls");
         row("an m3u name with a [PlayList] section anywhere", "x.mp3\nFile1=a.mp3\n#EXTINF:5,x\n[PlayList]",
             {"a.mp3"}, "list.m3u8");
-        // Files written by other players, when the shared corpus is beside the checkout.
-        for (const auto& [file, expected] : {std::pair{"clementine/tests/data/pls_one.pls",
-                                                       QStringList{"filename with spaces.mp3|Title|-|123"}},
-                                             {"clementine/tests/data/pls_somafm.pls", {}}}) {
-            const QByteArray text = readFile(fixtures::corpusFile(file));
-            if (!text.isEmpty())
-                row(file, text, expected, QFileInfo(file).fileName());
-        }
-        // Numbers too large for their type: no duration, no entry (10 MB ones are in playlist_bench).
-        row("a huge duration", "#EXTINF:" + QByteArray(400, '9') + ",x\na.mp3", {"a.mp3|x"});
-        row("a huge pls key", "File" + QByteArray(30, '1') + "=a.mp3", {}, "key.pls");
     }
     void reads() {
         QFETCH(QString, name);
         QFETCH(QByteArray, text);
         QFETCH(QStringList, expected);
-        const PlaylistReadResult result = readBytes(name, text);
+        QVERIFY(!m_dir.addFile("p/" + name, text).isEmpty());
+        const PlaylistReadResult result = PlaylistFile::readPlaylist(m_dir.url("p/" + name));
         for (QString& row : expected)
             row = row.startsWith(u'/') ? row : QDir::cleanPath(m_dir.filePath("p/" + row));
         QCOMPARE(describe(result.entries), expected);
         QCOMPARE(result.error ? int(result.error->kind) : -1,
                  expected.isEmpty() ? int(PlaylistError::Kind::EmptyPlaylist) : -1);
         if (result.error)
-            QCOMPARE(result.error->url.fileName(), name);
+            QCOMPARE(result.error->description(), name + " doesn't list any playable local files.");
     }
 
     void reportsUnreadableFiles() {
@@ -187,16 +150,6 @@ private slots:
             QVERIFY2(result.error && result.error->kind == PlaylistError::Kind::Unreadable, qPrintable(path));
             QVERIFY(result.entries.isEmpty());
         }
-        QCOMPARE((PlaylistError{PlaylistError::Kind::EmptyPlaylist, QUrl::fromLocalFile("/m/Road Trip.m3u8")}
-                      .description()),
-                 "Road Trip.m3u8 doesn't list any playable local files.");
-    }
-
-    void tellsPlaylistsApart() {
-        for (const QString path : {"/a/x.M3U8", "/a/x.Pls", "/a/x.m3u"})
-            QVERIFY2(PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
-        for (const QString path : {"/a/x.mp3", "/a/m3u", "/a.m3u/x"})
-            QVERIFY2(!PlaylistFile::isPlaylist(QUrl::fromLocalFile(path)), qPrintable(path));
     }
 
     void writes_data() {
@@ -206,36 +159,21 @@ private slots:
         QTest::addColumn<QString>("expected");
         const QString w = m_dir.filePath("w");
         const QList<Track> song = {track(w + "/Artist/Album/01 Song.mp3", "Artist", "Song", 215.9)};
-        QTest::addRow("pls")
-            << "x.pls" << song << true
-            << "[playlist]\nFile1=Artist/Album/01 Song.mp3\nTitle1=Artist - Song\nLength1=215\n"
-               "NumberOfEntries=1\nVersion=2\n";
-        for (const char* name : {"x.M3U8", "x.txt"})
-            QTest::addRow("m3u as %s", name)
-                << name << song << true << "#EXTM3U\n#EXTINF:215,Artist - Song\nArtist/Album/01 Song.mp3\n";
-        QTest::addRow("labels and durations")
-            << "x.m3u8"
-            << QList<Track>{track(w + "/My.Song.mp3", "", "", 0), track(w + "/b.mp3", "Band", "", -3),
+        QTest::addRow("pls, absolute when asked")
+            << "x.PLS" << song << false
+            << "[playlist]\nFile1=" + w +
+                   "/Artist/Album/01 Song.mp3\n"
+                   "Title1=Artist - Song\nLength1=215\nNumberOfEntries=1\nVersion=2\n";
+        QTest::addRow("m3u for any other name: labels, durations, paths as they are in utf-8")
+            << "x.txt"
+            << QList<Track>{track(w + "/My.Song.mp3", "", "", 0), track(w + "/b.mp3", "Band", "", qQNaN()),
                             track(w + "/c.mp3", "", "Title", 0.5),
-                            track(w + "/d.mp3", " Two\nLines", "And\r\nmore\t", qQNaN())}
+                            track(w + "/Ärzte/Schrei.mp3", "Die Ärzte", "Schrei", 245.7),
+                            track("/abs/%41 100%.mp3", " Two\nLines", "And\r\nmore\t", 12)}
             << true
-            << "#EXTM3U\n#EXTINF:-1,My.Song\nMy.Song.mp3\n#EXTINF:-1,Band - "
-               "b\nb.mp3\n#EXTINF:0,Title\nc.mp3\n"
-               "#EXTINF:-1,Two Lines - And  more\nd.mp3\n";
-        QTest::addRow("paths as they are, in utf-8")
-            << "x.m3u8"
-            << QList<Track>{track(w + "/Ärzte/Schrei.mp3", "Die Ärzte", "Schrei", 245.7),
-                            track(w + "/../elsewhere/b c.flac", "", "Only title", 0),
-                            track("/abs/%41 100%.mp3", "A", "B", 12)}
-            << true
-            << "#EXTM3U\n#EXTINF:245,Die Ärzte - Schrei\nÄrzte/Schrei.mp3\n#EXTINF:-1,Only title\n"
-               "../elsewhere/b c.flac\n#EXTINF:12,A - B\n/abs/%41 100%.mp3\n";
-        QTest::addRow("relative to where links lead")
-            << "x.m3u8" << QList<Track>{track(m_dir.filePath("links/linked/song.mp3"), "", "S", 1)} << true
-            << "#EXTM3U\n#EXTINF:1,S\n../links/real/song.mp3\n";
-        QTest::addRow("absolute when asked")
-            << "x.pls" << QList<Track>{track(w + "/a.mp3", "", "a", 1)} << false
-            << "[playlist]\nFile1=" + w + "/a.mp3\nTitle1=a\nLength1=1\nNumberOfEntries=1\nVersion=2\n";
+            << "#EXTM3U\n#EXTINF:-1,My.Song\nMy.Song.mp3\n#EXTINF:-1,Band - b\nb.mp3\n"
+               "#EXTINF:0,Title\nc.mp3\n#EXTINF:245,Die Ärzte - Schrei\nÄrzte/Schrei.mp3\n"
+               "#EXTINF:12,Two Lines - And  more\n/abs/%41 100%.mp3\n";
     }
     void writes() {
         QFETCH(QString, destination);
@@ -252,14 +190,11 @@ private slots:
     void roundTrips_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("title");
-        for (const char* name :
-             {"#1 Hit.mp3", " leading blank.mp3", "trailing blank.mp3 ", "AC\\DC.mp3", "[Playlist]",
-              "c:/drive.mp3", "http:stream.mp3", "My%20Song.mp3", "two\nlines.mp3", "next\u2028line.mp3"})
+        for (const char* name : {"#1 Hit.mp3", " leading blank.mp3", "trailing blank.mp3 ", "AC\\DC.mp3",
+                                 "[Playlist]", "My%20Song.mp3", "two\nlines.mp3", "next\u2028line.mp3"})
             QTest::addRow("%s", name) << QString::fromUtf8(name) << "Title";
-        QTest::addRow("[playlist] in a title") << "a.mp3"
-                                               << "Best of [Playlist]";
-        QTest::addRow("line breaks in a title") << "a.mp3"
-                                                << "1\n2\r3\u00854\u20285\u20296\v7\f8";
+        QTest::addRow("[playlist] in a title") << QString("a.mp3") << "Best of [Playlist]";
+        QTest::addRow("line breaks in a title") << QString("a.mp3") << "1\n2\r3\u00854\u20285\u20296\v7\f8";
     }
     void roundTrips() {
         QFETCH(QString, name);
@@ -282,21 +217,12 @@ private slots:
     void relativePaths_data() {
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("folder");
-        QTest::addColumn<QString>("expected"); // null: no relative path
+        QTest::addColumn<QString>("expected");
         const char* rows[][4] = {
-            {"below", "/Users/a/Music/X/song.mp3", "/Users/a/Music", "X/song.mp3"},
             {"beside", "/Users/a/Music/X/song.mp3", "/Users/a/Playlists", "../Music/X/song.mp3"},
-            {"other volume", "/Volumes/Disk/song.mp3", "/Users/a/Music", nullptr},
-            {"case matters", "/Users/A/x.mp3", "/Users/a", "../A/x.mp3"},
-            {"the folder itself", "/Users/a", "/Users/a", nullptr},
-            {"the folder's parent", "/Users/a", "/Users/a/b", ".."},
-            {"standardized first", "/Users/./a//b/../c.mp3", "/Users/a/", "c.mp3"},
-            {"root folder", "/Users/a.mp3", "/", nullptr},
             {"folder through a link", "real/song.mp3", "linked", "song.mp3"},
             {"file through a linked folder", "linked/song.mp3", "real", "song.mp3"},
             {"linked file", "lists/alias.mp3", "lists", "../real/song.mp3"},
-            {"missing file in a linked folder", "linked/new/x.mp3", "lists", "../real/new/x.mp3"},
-            {"dangling link kept", "lists/dangling.mp3", "lists", "dangling.mp3"},
         };
         const auto place = [this](const char* path) {
             return path[0] == '/' ? QString(path) : m_dir.filePath(QStringLiteral("links/") + path);
@@ -307,48 +233,20 @@ private slots:
     void relativePaths() {
         QFETCH(QString, file);
         QFETCH(QString, folder);
-        QFETCH(QString, expected);
-        const std::optional<QString> relative =
-            PlaylistFile::relativePath(QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder));
-        QCOMPARE(relative.value_or(QString()), expected);
-        QCOMPARE(relative.has_value(), !expected.isNull());
+        QTEST(
+            PlaylistFile::relativePath(QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder)).value_or("-"),
+            "expected");
     }
 
-    // Through a link to it: the linked file is replaced whole, keeps its permissions, and nothing is left
-    // beside it.
-    void replacesTheFileInPlace() {
+    // Through a link to it the linked file is replaced whole, and nothing is left beside it.
+    void replacesTheLinkedFile() {
         QTemporaryDir dir;
         const QString real = dir.filePath("real.m3u8"), link = dir.filePath("link.m3u8");
-        QVERIFY(fixtures::writeFile(real, "old"));
-        const auto permissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
-        QVERIFY(QFile::setPermissions(real, permissions));
-        QVERIFY(QFile::link(real, link));
+        QVERIFY(fixtures::writeFile(real, "old") && QFile::link(real, link));
         QCOMPARE(write({}, link), QString());
         QVERIFY(QFileInfo(link).isSymLink());
         QCOMPARE(readFile(real), "#EXTM3U\n");
-        QCOMPARE(QFile::permissions(real) & QFile::Permissions(0x7077), permissions); // owner, group, other
         QCOMPARE(fixtures::folderEntries(dir.path()), (QStringList{"link.m3u8", "real.m3u8"}));
-    }
-
-    // A write that fails halfway (a full disk, here the file size limit) reports an error and leaves the old
-    // playlist as it was.
-    void keepsTheOldFileWhenWritingFails() {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("list.m3u8");
-        QVERIFY(fixtures::writeFile(path, "old"));
-        rlimit saved{};
-        QVERIFY(getrlimit(RLIMIT_FSIZE, &saved) == 0);
-        const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-        rlimit small = saved;
-        small.rlim_cur = 4096;
-        QVERIFY(setrlimit(RLIMIT_FSIZE, &small) == 0);
-        const QString error =
-            write(QList<Track>(2000, track("/music/song.mp3", "Artist", "Title", 100)), path);
-        setrlimit(RLIMIT_FSIZE, &saved);
-        std::signal(SIGXFSZ, previousHandler);
-        QVERIFY(!error.isEmpty());
-        QCOMPARE(readFile(path), "old");
-        QCOMPARE(fixtures::folderEntries(dir.path()), QStringList{"list.m3u8"});
     }
 
     // A write cut short on a nearly full disk says why, as a disk with no room at all does.

@@ -10,22 +10,14 @@ private slots:
         QTest::addColumn<double>("seconds");
         QTest::addColumn<QString>("expected");
         const QString dash(QChar(0x2014));
-        const std::pair<double, QString> rows[] = {{0, "0:00"},       {187, "3:07"},     {59.5, "1:00"},
-                                                   {3599.4, "59:59"}, {3600, "1:00:00"}, {3725, "1:02:05"},
-                                                   {-0.1, dash},      {qQNaN(), dash},   {qInf(), dash}};
+        const std::pair<double, QString> rows[] = {{0, "0:00"},       {59.5, "1:00"}, {3600, "1:00:00"},
+                                                   {3725, "1:02:05"}, {-0.1, dash},   {qQNaN(), dash}};
         for (const auto& [seconds, expected] : rows)
             QTest::addRow("%g", seconds) << seconds << expected;
     }
     void formatsTime() {
         QFETCH(double, seconds);
         QTEST(formatTime(seconds), "expected");
-    }
-
-    void labelsArtworkSources() {
-        QCOMPARE(ArtworkSource::folder(QUrl::fromLocalFile("/music/a/cover.jpg")).label(),
-                 "Folder: cover.jpg");
-        QCOMPARE(ArtworkSource::embedded().label(), "Embedded in file");
-        QCOMPARE(ArtworkSource::none().label(), "No artwork");
     }
 };
 

@@ -20,9 +20,6 @@ namespace {
 const QString mprisPath = "/org/mpris/MediaPlayer2";
 const QString playerInterface = "org.mpris.MediaPlayer2.Player";
 
-// Set in the copy of this program that runs against a bus address where nothing listens.
-const char* const noBusChild = "ORVELLE_MPRIS_TEST_WITHOUT_BUS";
-
 } // namespace
 
 class MprisTest : public QObject {
@@ -38,24 +35,8 @@ private:
     QList<qlonglong> m_seeks;     // and the positions of Seeked, in microseconds
 
     // A song on disk (the fake back end does not read it, but checks that it exists).
-    Track song(const QString& fileName, const QString& title, const QString& artist = "John Coltrane",
-               const QString& album = "Blue Train", const QByteArray& folderImage = {}) {
-        Track track = fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
-        track.setArtist(artist);
-        track.setAlbum(album);
-        if (!folderImage.isEmpty()) {
-            const QString image = m_home->dir.filePath("cover.png");
-            fixtures::writeFile(image, folderImage);
-            track.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
-            track.setArtworkFingerprint(artworkFingerprint(loadArtwork(track).value_or(QByteArray())));
-        }
-        return track;
-    }
-
-    void startEngine(AudioPlayerFactory factory) {
-        m_nowPlaying.reset();
-        m_engine = std::make_unique<PlayerEngine>(&m_home->settings, std::move(factory));
-        m_nowPlaying = std::make_unique<NowPlaying>(m_engine.get());
+    Track song(const QString& fileName, const QString& title) {
+        return fixtures::trackAt(m_home->dir.filePath(fileName), title, true);
     }
 
     // Runs a client while the event loop keeps serving the bus (the client waits for the player's replies).
@@ -82,10 +63,6 @@ private:
         return client("dbus-send", options + arguments).section('\n', -1).simplified();
     }
 
-    QString property(const QString& name, const QString& interface = playerInterface) {
-        return call("org.freedesktop.DBus.Properties.Get", {"string:" + interface, "string:" + name});
-    }
-
     // Starts the song at `index` and leaves it as asked, `position` seconds in.
     void startAt(int index, bool paused, double position) {
         m_engine->playTrack(m_tracks.at(index).id);
@@ -93,6 +70,10 @@ private:
             m_engine->pause();
         if (position > 0)
             m_engine->seek(position);
+    }
+
+    QString property(const QString& name) {
+        return call("org.freedesktop.DBus.Properties.Get", {"string:" + playerInterface, "string:" + name});
     }
 
     static QString trackId(const Track& track) {
@@ -112,8 +93,6 @@ private slots:
             QSKIP("No session bus (run under dbus-run-session)");
         if (!fixtures::haveTool("playerctl") || !fixtures::haveTool("dbus-send"))
             QSKIP("playerctl and dbus-send are needed");
-        if (qEnvironmentVariableIsEmpty("ORVELLE_AUDIO_OUTPUT"))
-            qputenv("ORVELLE_AUDIO_OUTPUT", "null");
     }
 
     void init() {
@@ -124,37 +103,33 @@ private slots:
         m_backend.duration = 200;
         m_tracks = {song("1.mp3", "Blue Train"), song("2.mp3", "Moment's Notice"),
                     song("3.mp3", "Lazy Bird")};
-        if (qEnvironmentVariableIsSet(noBusChild))
-            return;
-        startEngine(m_backend.factory());
+        m_nowPlaying.reset();
+        m_engine = std::make_unique<PlayerEngine>(&m_home->settings, m_backend.factory());
+        m_nowPlaying = std::make_unique<NowPlaying>(m_engine.get());
         m_engine->setQueue(m_tracks);
     }
 
     void metadata() {
-        const Track tagged = song("a.mp3", "Giant Steps", "John Coltrane", "Giant Steps",
-                                  fixtures::pictureBytes("PNG", Qt::red));
-        const Track untagged = song("01 Intro #1.mp3", "", "", "");
-        for (const auto& [track, shown] : {std::pair{tagged, "Giant Steps|John Coltrane|Giant Steps"},
-                                           {untagged, "01 Intro #1|Unknown artist|Unknown album"}}) {
-            m_engine->setQueue({track});
-            m_engine->playTrack(track.id);
-            const QString format =
-                "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
-            // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must
-            // be. (playerctl quotes object paths.)
-            QCOMPARE(playerctl({"metadata", "--format", format}),
-                     QString(shown) + "|200000000|'" + trackId(track) + "'|" +
-                         track.url().toString(QUrl::FullyEncoded));
-            // The cover is written in the background and announced when it is there.
-            const std::optional<QByteArray> picture = loadArtwork(track);
-            QTRY_COMPARE(QUrl(playerctl({"metadata", "mpris:artUrl"}))
-                             .toLocalFile()
-                             .startsWith(m_home->dir.filePath("cache/Orvelle/art/")),
-                         picture.has_value());
-            if (picture)
-                QCOMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()),
-                         *picture);
-        }
+        Track track = song("01 Intro #1.mp3", "Giant Steps");
+        track.setArtist("John Coltrane");
+        track.setAlbum("Giant Steps");
+        const QString image = m_home->dir.filePath("cover.png");
+        fixtures::writeFile(image, fixtures::pictureBytes("PNG", Qt::red));
+        track.setArtworkSource(ArtworkSource::folder(QUrl::fromLocalFile(image)));
+        const QByteArray cover = loadArtwork(track).value_or(QByteArray()); // as the window shows it
+        track.setArtworkFingerprint(artworkFingerprint(cover));
+        m_engine->setQueue({track});
+        m_engine->playTrack(track.id);
+        const QString format =
+            "{{title}}|{{artist}}|{{album}}|{{mpris:length}}|{{mpris:trackid}}|{{xesam:url}}";
+        // The id follows the playlist entry, not its row; addresses go out percent-encoded, as URIs must be.
+        // (playerctl quotes object paths.)
+        QCOMPARE(playerctl({"metadata", "--format", format}),
+                 "Giant Steps|John Coltrane|Giant Steps|200000000|'" + trackId(track) + "'|" +
+                     track.url().toString(QUrl::FullyEncoded));
+        // The cover is written in the background, to the cache folder, and announced when it is there.
+        QTRY_COMPARE(fixtures::readFile(QUrl(playerctl({"metadata", "mpris:artUrl"})).toLocalFile()), cover);
+        QCOMPARE(fixtures::folderEntries(m_home->dir.filePath("cache/Orvelle/art")).size(), 1);
     }
 
     // Each command reaches the engine; what the engine then does (wrapping, restarting, clamping) is its
@@ -163,20 +138,13 @@ private slots:
         QTest::addColumn<QString>("start");       // "<song> playing|paused <seconds>"
         QTest::addColumn<QStringList>("command"); // playerctl's
         QTest::addColumn<QString>("expected");    // "<song> <status> <seconds>"
-
-        const auto row = [](const char* name, const char* start, const QStringList& command,
-                            const char* expected) {
-            QTest::addRow("%s", name) << start << command << expected;
-        };
-        row("play-pause while playing", "0 playing 0", {"play-pause"}, "0 Paused 0");
-        row("play-pause while paused", "0 paused 0", {"play-pause"}, "0 Playing 0");
-        row("pause", "1 playing 20", {"pause"}, "1 Paused 20");
-        row("play resumes", "1 paused 20", {"play"}, "1 Playing 20");
-        row("next", "1 playing 0", {"next"}, "2 Playing 0");
-        row("previous", "1 playing 0", {"previous"}, "0 Playing 0");
-        row("stop", "1 playing 20", {"stop"}, "1 Stopped 0");
-        row("seek forward", "0 paused 42.5", {"position", "5+"}, "0 Paused 47.5");
-        row("set position", "0 paused 42.5", {"position", "50"}, "0 Paused 50");
+        QTest::addRow("play-pause") << "0 playing 0" << QStringList{"play-pause"} << "0 Paused 0";
+        QTest::addRow("pause") << "1 playing 20" << QStringList{"pause"} << "1 Paused 20";
+        QTest::addRow("play resumes") << "1 paused 20" << QStringList{"play"} << "1 Playing 20";
+        QTest::addRow("next") << "1 playing 0" << QStringList{"next"} << "2 Playing 0";
+        QTest::addRow("previous") << "1 playing 0" << QStringList{"previous"} << "0 Playing 0";
+        QTest::addRow("stop") << "1 playing 20" << QStringList{"stop"} << "1 Stopped 0";
+        QTest::addRow("seek forward") << "0 paused 42.5" << QStringList{"position", "5+"} << "0 Paused 47.5";
     }
 
     void transport() {
@@ -201,7 +169,7 @@ private slots:
     }
 
     // Shuffle, loop and volume, written by playerctl and read back after the engine changes them; what the
-    // player can do; who it is.
+    // player can do.
     void properties() {
         playerctl({"shuffle", "On"});
         playerctl({"loop", "Track"});
@@ -213,8 +181,6 @@ private slots:
         m_engine->setRepeatMode(RepeatMode::All);
         m_engine->setVolume(0.25f);
         QCOMPARE(playerctl({"shuffle"}) + playerctl({"loop"}) + playerctl({"volume"}), "OffPlaylist0.250000");
-        playerctl({"loop", "None"});
-        QTRY_VERIFY(m_engine->repeatMode() == RepeatMode::Off);
 
         // Which of CanControl, CanPlay, CanGoNext, CanGoPrevious, CanPause, CanSeek are true.
         const auto can = [&] {
@@ -230,15 +196,8 @@ private slots:
         m_backend.duration = 0; // a length not known: no seeking
         m_engine->playTrack(m_tracks[1].id);
         QCOMPARE(can(), "111110");
-        m_engine->setQueue({});
-        QCOMPARE(can(), "100000");
 
         const QString root = "org.mpris.MediaPlayer2";
-        QCOMPARE(property("Identity", root) + property("CanRaise", root) + property("CanQuit", root) +
-                     property("DesktopEntry", root),
-                 "variant string \"Orvelle\"variant boolean truevariant boolean truevariant string "
-                 "\"org.orvelle.Orvelle\"");
-
         // Each request is counted on its own signal, so one sent for the other shows.
         QSignalSpy raise(m_nowPlaying.get(), &NowPlaying::raiseRequested);
         QSignalSpy quit(m_nowPlaying.get(), &NowPlaying::quitRequested);
@@ -251,8 +210,8 @@ private slots:
         QTRY_COMPARE(open.value(0).value(0).toUrl(), QUrl::fromLocalFile("/music/a b.mp3"));
     }
 
-    // What clients are told without asking: jumps of the position and changed properties, but nothing
-    // while the song merely plays on. Track ids guard SetPosition.
+    // What clients are told without asking: jumps of the position and changed properties (the engine's test
+    // shows that it publishes nothing while the song merely plays on). Track ids guard SetPosition.
     void announcements() {
         QDBusConnection observer = QDBusConnection::connectToBus(QDBusConnection::SessionBus, "observer");
         const QString service = m_nowPlaying->serviceName();
@@ -261,11 +220,6 @@ private slots:
         observer.connect(service, mprisPath, playerInterface, "Seeked", this, SLOT(seeked(qlonglong)));
         startAt(0, false, 0);
         QTRY_COMPARE(m_changes.size(), 1); // the song and its status
-        QSignalSpy ticks(m_engine.get(), &PlayerEngine::currentTimeChanged);
-        for (double time : {30.2, 30.4}) {
-            m_backend.current->m_time = time;
-            QVERIFY(ticks.wait());
-        }
         m_engine->seek(30);
         m_engine->skip(10);
         m_engine->previous();
@@ -288,35 +242,8 @@ private slots:
         // The song starting over by itself moves the clock back too, once.
         m_engine->setRepeatMode(RepeatMode::One);
         emit m_backend.current->finished(true);
-        QCOMPARE(m_engine->currentIndex(), 1);
         QTRY_COMPARE(m_seeks.size(), 5);
         QCOMPARE(m_seeks.mid(3), (QList<qlonglong>{7000000, 0}));
-    }
-
-    // Without a session bus the player plays on and nothing complains. Runs in a copy of this program
-    // whose bus address leads nowhere, since the bus connection of a process is made once.
-    void runsWithoutSessionBus() {
-        if (qEnvironmentVariableIsSet(noBusChild)) {
-            QTest::failOnWarning(QRegularExpression(".*"));
-            startEngine(m_backend.factory());
-            QCOMPARE(m_nowPlaying->serviceName(), QString());
-            m_engine->setQueue(m_tracks);
-            m_engine->playTrack(m_tracks[1].id);
-            m_engine->seek(20);
-            m_engine->next();
-            QCOMPARE(m_engine->currentIndex(), 2);
-            QVERIFY(m_engine->isPlaying());
-            return;
-        }
-        const QByteArray bus = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-        qputenv(noBusChild, "1");
-        qputenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + m_home->dir.filePath("no-bus").toUtf8());
-        const fixtures::ToolResult child =
-            fixtures::run(QCoreApplication::applicationFilePath(), {"runsWithoutSessionBus"});
-        qputenv("DBUS_SESSION_BUS_ADDRESS", bus);
-        qunsetenv(noBusChild);
-        QVERIFY2(child.exitCode == 0 && child.out.contains("PASS   : MprisTest::runsWithoutSessionBus()"),
-                 (child.out + child.err).constData());
     }
 };
 

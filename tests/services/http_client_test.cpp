@@ -45,7 +45,6 @@ private slots:
                  0);
         m_serverTls.setPrivateKey(QSslKey(fixtures::readFile(key), QSsl::Ec));
         m_serverTls.setLocalCertificate(QSslCertificate::fromPath(certificate).value(0));
-        QVERIFY(!m_serverTls.privateKey().isNull() && !m_serverTls.localCertificate().isNull());
     }
 
     void cleanup() { QSslConfiguration::setDefaultConfiguration(m_defaultTls); }
@@ -79,8 +78,6 @@ private slots:
         QFETCH(int, server);
         QFETCH(Response, response);
         QFETCH(Error, error);
-        QFETCH(qint64, kept);
-        QFETCH(int, requests);
         if (server != Plain && m_serverTls.localCertificate().isNull())
             QSKIP("openssl is needed to make a certificate");
         LocalHttpServer local;
@@ -94,11 +91,11 @@ private slots:
         }
         const HttpReply reply = fetch(local.url("/body"));
         QCOMPARE(reply.networkError, error);
-        QCOMPARE(reply.body.size(), kept);
+        QTEST(reply.body.size(), "kept");
         QCOMPARE(reply.errorText.isEmpty(), error == Error::NoError);
         // A refused certificate is a connection that could not be made; a refused redirect is not.
         QCOMPARE(reply.isOffline(), error == Error::SslHandshakeFailedError);
-        QCOMPARE(local.requests().size(), requests);
+        QTEST(int(local.requests().size()), "requests");
     }
 };
 

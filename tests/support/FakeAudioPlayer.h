@@ -57,18 +57,17 @@ struct FakeAudioBackend {
     QPointer<FakeAudioPlayer> current; // the player last created
     double duration = 100;             // seconds, for every file
     bool deferred = false;
-    std::deque<std::pair<QString, QPromise<AudioPlayerCreation>>> waiting; // deferred openings, oldest first
+    // Openings not answered yet, oldest first.
+    std::deque<std::pair<QString, QPromise<AudioPlayerCreation>>> waiting;
 
     AudioPlayerFactory factory() {
         return [this](const QUrl& url) {
             ++opened;
-            QPromise<AudioPlayerCreation> promise;
-            QFuture<AudioPlayerCreation> future = promise.future();
-            promise.start();
-            if (deferred)
-                waiting.emplace_back(url.toLocalFile(), std::move(promise));
-            else
-                fulfil(url.toLocalFile(), promise);
+            waiting.emplace_back(url.toLocalFile(), QPromise<AudioPlayerCreation>());
+            waiting.back().second.start();
+            QFuture<AudioPlayerCreation> future = waiting.back().second.future();
+            if (!deferred)
+                answer(waiting.size() - 1);
             return future;
         };
     }
@@ -77,10 +76,6 @@ struct FakeAudioBackend {
     void answer(std::size_t age = 0) {
         auto [path, promise] = std::move(waiting.at(age));
         waiting.erase(waiting.begin() + qsizetype(age));
-        fulfil(path, promise);
-    }
-
-    void fulfil(const QString& path, QPromise<AudioPlayerCreation>& promise) {
         AudioPlayerCreation created;
         if (!QFile::exists(path)) {
             created.missing = true;

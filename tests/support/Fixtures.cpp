@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QProcess>
 #include <QStandardPaths>
 
@@ -35,40 +36,28 @@ QString systemPython() {
                                                                  : QStringLiteral("python3");
 }
 
+// ffmpeg's options for a file of this (lower-case) extension.
 static QStringList codecFor(const QString& extension) {
-    const QString ext = extension.toLower();
-    if (ext == "mp3")
-        return {"-c:a", "libmp3lame", "-b:a", "64k"};
-    if (ext == "m4a" || ext == "m4b" || ext == "mp4")
-        return {"-c:a", "aac", "-b:a", "64k", "-f", "mp4"};
-    if (ext == "aac" || ext == "adts")
-        return {"-c:a", "aac", "-b:a", "64k", "-f", "adts"};
-    if (ext == "aif" || ext == "aiff" || ext == "aifc")
-        return {"-c:a", "pcm_s16be", "-f", "aiff"};
-    if (ext == "wav")
-        return {"-c:a", "pcm_s16le", "-f", "wav"};
-    if (ext == "caf")
-        return {"-c:a", "pcm_s16le", "-f", "caf"};
-    if (ext == "alac")
-        return {"-c:a", "alac", "-f", "caf"};
-    if (ext == "flac")
-        return {"-c:a", "flac", "-f", "flac"};
-    if (ext == "au" || ext == "snd")
-        return {"-c:a", "pcm_s16be", "-f", "au"};
-    return {};
+    static const QHash<QString, QStringList> codecs = {{"mp3", {"-c:a", "libmp3lame", "-b:a", "64k"}},
+                                                       {"m4a", {"-c:a", "aac", "-b:a", "64k", "-f", "mp4"}},
+                                                       {"aac", {"-c:a", "aac", "-b:a", "64k", "-f", "adts"}},
+                                                       {"aiff", {"-c:a", "pcm_s16be", "-f", "aiff"}},
+                                                       {"wav", {"-c:a", "pcm_s16le", "-f", "wav"}},
+                                                       {"caf", {"-c:a", "pcm_s16le", "-f", "caf"}},
+                                                       {"alac", {"-c:a", "alac", "-f", "caf"}},
+                                                       {"flac", {"-c:a", "flac", "-f", "flac"}},
+                                                       {"au", {"-c:a", "pcm_s16be", "-f", "au"}}};
+    static const QHash<QString, QString> sameAs = {{"m4b", "m4a"},  {"mp4", "m4a"},   {"adts", "aac"},
+                                                   {"aif", "aiff"}, {"aifc", "aiff"}, {"snd", "au"}};
+    return codecs.value(sameAs.value(extension, extension));
 }
 
 bool makeAudio(const QString& path, double seconds, const QStringList& extraArguments) {
-    QStringList args = {
-        "-nostdin", "-v",
-        "error",    "-y",
-        "-f",       "lavfi",
-        "-i",       QStringLiteral("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds)};
-    args += {"-ac", "2"};
-    args += codecFor(QFileInfo(path).suffix());
-    args += extraArguments;
-    args += path;
-    return run(QStringLiteral("ffmpeg"), args).exitCode == 0 && QFileInfo(path).size() > 0;
+    const QString tone = QStringLiteral("sine=frequency=440:sample_rate=44100:duration=%1").arg(seconds);
+    const QStringList arguments =
+        QStringList{"-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i", tone, "-ac", "2"} +
+        codecFor(QFileInfo(path).suffix().toLower()) + extraArguments + QStringList{path};
+    return run(QStringLiteral("ffmpeg"), arguments).exitCode == 0 && QFileInfo(path).size() > 0;
 }
 
 QString corpusFile(const QString& relativePath) {

@@ -1,9 +1,9 @@
 #include "support/MusicFolder.h"
 
+#include "support/FileContents.h"
 #include "support/Fixtures.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 
 namespace fixtures {
@@ -18,17 +18,14 @@ QString sampleSong() {
 }
 
 QString MusicFolder::addSong(const QString& relativePath) {
-    QFile sample(sampleSong());
-    return sample.open(QIODevice::ReadOnly) ? addFile(relativePath, sample.readAll()) : QString();
+    const QByteArray sample = readFile(sampleSong());
+    return sample.isEmpty() ? QString() : addFile(relativePath, sample);
 }
 
 QString MusicFolder::addFile(const QString& relativePath, const QByteArray& contents) {
     const QString target = filePath(relativePath);
-    QDir().mkpath(QFileInfo(target).absolutePath());
-    QFile file(target);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(contents) != contents.size())
-        return {};
-    return target;
+    return QDir().mkpath(QFileInfo(target).absolutePath()) && writeFile(target, contents) ? target
+                                                                                          : QString();
 }
 
 } // namespace fixtures

@@ -11,7 +11,6 @@ namespace fixtures {
 // ffmpeg generates once per program, so a folder of thousands is quick to make.
 class MusicFolder {
 public:
-    bool isValid() const { return m_dir.isValid(); }
     QString path() const { return m_dir.path(); }
     QString filePath(const QString& relativePath) const { return m_dir.filePath(relativePath); }
     QUrl url(const QString& relativePath) const { return QUrl::fromLocalFile(filePath(relativePath)); }

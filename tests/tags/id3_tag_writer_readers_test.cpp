@@ -1,20 +1,14 @@
-// Files written by ID3TagWriter, read back by readers we did not write: mutagen, and TagLib, the library
-// the program itself reads tags with.
+// A file written by ID3TagWriter, read back by a reader we did not write: mutagen.
 #include "tags/ID3TagWriter.h"
 
 #include "support/Fixtures.h"
 #include "support/Pictures.h"
 
 #include <QCryptographicHash>
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <attachedpictureframe.h>
-#include <id3v2tag.h>
-#include <mpegfile.h>
 
 namespace {
 
@@ -39,23 +33,10 @@ QStringList mutagenView(const QString& path) {
     return result.exitCode == 0 ? lines.toStringList() : QStringList{QString::fromUtf8(result.err)};
 }
 
-QString fromTagLib(const TagLib::String& text) {
-    return QString::fromStdString(text.to8Bit(true));
-}
-
-// Text that ISO-8859-1 cannot hold, blanks to trim, and a line break inside the comment; then the frames
-// every reader must show for it, in the writer's order.
+// Text that ISO-8859-1 cannot hold, blanks to trim, and a line break inside the comment.
 const MusicMetadata metadata{
     " Café del Mar \u2014 \u2713 ", "Sigur Rós", "Ágætis byrjun", "Various", "3/12", "1999", "\tJazz",
     "Line one\nLine two\u2028"};
-const QList<std::pair<const char*, QString>> frames = {{"TIT2", "Café del Mar \u2014 \u2713"},
-                                                       {"TPE1", "Sigur Rós"},
-                                                       {"TALB", "Ágætis byrjun"},
-                                                       {"TPE2", "Various"},
-                                                       {"TRCK", "3/12"},
-                                                       {"TDRC", "1999"},
-                                                       {"TCON", "Jazz"},
-                                                       {"COMM", "Line one\nLine two"}};
 
 } // namespace
 
@@ -71,38 +52,18 @@ private slots:
             QSKIP("ffmpeg cannot make an MP3 here");
     }
 
-    void readBack_data() {
-        QTest::addColumn<QByteArray>("artwork");
-        QTest::addColumn<QString>("mime");
-        QTest::addRow("JPEG cover") << fixtures::pictureBytes("JPG", Qt::darkCyan, 48) << "image/jpeg";
-        QTest::addRow("PNG cover") << fixtures::pictureBytes("PNG", Qt::darkCyan, 48) << "image/png";
-    }
+    // mutagen finds an ID3v2.4 tag of exactly our frames, in order, all UTF-8, and the trailer on its own.
     void readBack() {
-        QFETCH(QByteArray, artwork);
-        QFETCH(QString, mime);
-        const QString path = m_dir.filePath(mime.section('/', 1) + ".mp3");
-        QVERIFY(QFile::copy(m_song, path));
-        QCOMPARE(ID3TagWriter::write(metadata, artwork, QUrl::fromLocalFile(path)), std::nullopt);
-
-        // mutagen: an ID3v2.4 tag of exactly our frames, in order, all UTF-8; the trailer on its own.
-        QStringList expected = {"v2.4"};
-        for (const auto& [frame, text] : frames)
-            expected += QString("%1|3|%2%3").arg(frame, frame == QLatin1String("COMM") ? "eng||" : "", text);
-        expected +=
-            "APIC|3|" + mime + "|3||" + QCryptographicHash::hash(artwork, QCryptographicHash::Sha256).toHex();
-        expected += {"v1 COMM=Line one\nLine two", "v1 TALB=Ágætis byrjun", "v1 TCON=Jazz", "v1 TDRC=1999",
-                     "v1 TIT2=Café del Mar ? ?",   "v1 TPE1=Sigur Rós",     "v1 TRCK=3"};
-        QCOMPARE(mutagenView(path), expected);
-
-        TagLib::MPEG::File file(QFile::encodeName(path).constData(), false);
-        QVERIFY(file.hasID3v2Tag());
-        const TagLib::ID3v2::FrameListMap& map = file.ID3v2Tag()->frameListMap();
-        for (const auto& [frame, text] : frames)
-            QCOMPARE(fromTagLib(map[frame].front()->toString()), text);
-        const auto* picture = dynamic_cast<TagLib::ID3v2::AttachedPictureFrame*>(map["APIC"].front());
-        QVERIFY(picture && fromTagLib(picture->mimeType()) == mime);
-        QCOMPARE(picture->type(), TagLib::ID3v2::AttachedPictureFrame::FrontCover);
-        QVERIFY(QByteArray(picture->picture().data(), int(picture->picture().size())) == artwork);
+        const QByteArray artwork = fixtures::pictureBytes("PNG", Qt::darkCyan, 48);
+        QCOMPARE(ID3TagWriter::write(metadata, artwork, QUrl::fromLocalFile(m_song)), std::nullopt);
+        const QByteArray artworkHash = QCryptographicHash::hash(artwork, QCryptographicHash::Sha256).toHex();
+        QCOMPARE(mutagenView(m_song),
+                 (QStringList{"v2.4", "TIT2|3|Café del Mar \u2014 \u2713", "TPE1|3|Sigur Rós",
+                              "TALB|3|Ágætis byrjun", "TPE2|3|Various", "TRCK|3|3/12", "TDRC|3|1999",
+                              "TCON|3|Jazz", "COMM|3|eng||Line one\nLine two",
+                              "APIC|3|image/png|3||" + artworkHash, "v1 COMM=Line one\nLine two",
+                              "v1 TALB=Ágætis byrjun", "v1 TCON=Jazz", "v1 TDRC=1999",
+                              "v1 TIT2=Café del Mar ? ?", "v1 TPE1=Sigur Rós", "v1 TRCK=3"}));
     }
 };
 

@@ -4,7 +4,6 @@
 #include "support/Fixtures.h"
 #include "support/ScratchMount.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <QScopeGuard>
 #include <QTemporaryDir>
@@ -16,8 +15,6 @@
 namespace {
 
 using namespace fixtures;
-
-using Kind = ID3TagWriter::WriteError::Kind;
 
 QByteArray bytes(std::initializer_list<int> values) {
     QByteArray result;
@@ -31,8 +28,6 @@ QByteArray id3Header(int version, int flags, quint32 n) {
     return "ID3" + bytes({version, 0, flags, int(n >> 21) & 0x7F, int(n >> 14) & 0x7F, int(n >> 7) & 0x7F,
                           int(n) & 0x7F});
 }
-
-const QByteArray oldTrailer = "TAG" + QByteArray(125, 'o');
 
 // MPEG audio without any tag, made once per program.
 QByteArray plainAudio() {
@@ -50,15 +45,12 @@ MusicMetadata fullMetadata() {
 }
 
 // The save is refused with `sentence`, and the file and its folder are as they were.
-void expectRefusal(const QString& path, const std::optional<QByteArray>& artwork, Kind kind,
-                   const QString& sentence) {
+void expectRefusal(const QString& path, const std::optional<QByteArray>& artwork, const QString& sentence) {
     const QByteArray before = readFile(path);
     const QStringList entries = folderEntries(QFileInfo(path).path());
     const std::optional<ID3TagWriter::WriteError> error =
         ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path));
     QVERIFY(error);
-    QCOMPARE(error->kind, kind);
-    QCOMPARE(error->url, QUrl::fromLocalFile(path));
     QCOMPARE(error->description(), sentence);
     QVERIFY(readFile(path) == before);
     QCOMPARE(folderEntries(QFileInfo(path).path()), entries);
@@ -90,12 +82,6 @@ private slots:
             QByteArray("ID3\x04\0\0\0\0\0\0", 10));
         row("blank trailer", ID3TagWriter::buildID3v1Tag(blanks),
             "TAG" + QByteArray(124, '\0') + bytes({255}));
-        row("text frame, trimmed, UTF-8", ID3TagWriter::textFrame("TIT2", " Café\n"),
-            "TIT2" + bytes({0, 0, 0, 6, 0, 0, 3}) + "Caf" + bytes({0xC3, 0xA9}));
-        row("comment frame", ID3TagWriter::commentFrame("\tHi there "),
-            "COMM" + bytes({0, 0, 0, 13, 0, 0, 3}) + "eng" + bytes({0}) + "Hi there");
-        row("picture frame", ID3TagWriter::pictureFrame(bytes({0x89, 'P', 'N', 'G'})),
-            "APIC" + bytes({0, 0, 0, 17, 0, 0, 3}) + "image/png" + bytes({0, 3, 0, 0x89, 'P', 'N', 'G'}));
         row("syncsafe", ID3TagWriter::syncsafe(300016), bytes({0, 0x12, 0x27, 0x70}));
         row("PNG needs four bytes", ID3TagWriter::imageMimeType(bytes({0x89, 0x50, 0x4E})), "image/jpeg");
 
@@ -106,31 +92,18 @@ private slots:
             const ID3TagWriter::Range range = ID3TagWriter::audioRange(data);
             return data.mid(range.start, range.length);
         };
-        row("size bytes masked", audioOf("ID3" + bytes({3, 0, 0, 0x80, 0x80, 0x80, 0x85}) + "12345" + audio),
-            audio);
         row("second tag kept as audio", audioOf(tag + tag + audio), tag + audio);
         row("tag longer than the file", audioOf(id3Header(4, 0, 2000) + audio), {});
 
-        // The trailer: its layout, then the track and genre bytes.
-        row("ID3v1.1 layout",
-            ID3TagWriter::buildID3v1Tag(
-                {"Title", "Artist", "Album", "Album Artist", "7", "1997-05-01", "Pop", "Note"}),
-            "TAG" + QByteArray("Title").leftJustified(30, 0) + QByteArray("Artist").leftJustified(30, 0) +
-                QByteArray("Album").leftJustified(30, 0) + "1997" + QByteArray("Note").leftJustified(28, 0) +
-                bytes({0, 7, 13}));
+        // The trailer's track and genre bytes (its layout is read back by mutagen).
         const auto ends = [](const QString& track, const QString& genre) {
             return ID3TagWriter::buildID3v1Tag({{}, {}, {}, {}, track, {}, genre, {}}).right(2);
         };
-        row("3/12, Hard Rock", ends("3/12", "Hard Rock"), bytes({3, 79}));
         row("0300 is over 255, Alt. Rock", ends("0300", "Alt. Rock"), bytes({255, 40}));
-        row("huge, AlternRock", ends("99999999999999999999999", "AlternRock"), bytes({255, 255}));
         row("leading space, trimmed Blues", ends(" 3", "\u2028 Blues \t"), bytes({0, 0}));
-        row("empty pieces dropped, Psychedelic", ends("/5/", "Psychedelic"), bytes({5, 67}));
 
         row("Latin-1 from a decomposed letter", ID3TagWriter::latin1Field("Cafe\u0301", 4),
             bytes({'C', 'a', 'f', 0xE9}));
-        row("one ? per character outside Latin-1", ID3TagWriter::latin1Field("東京 ŉ 😀", 8),
-            QByteArray("?? ? ?\0\0", 8));
         row("cut by bytes after conversion", ID3TagWriter::latin1Field("ééééé", 4),
             bytes({0xE9, 0xE9, 0xE9, 0xE9}));
     }
@@ -150,54 +123,45 @@ private slots:
         const QByteArray body = bytes({0, 0, 0, 6, 1, 0}) + "TIT2" + bytes({0, 0, 0, 4, 0, 0, 3}) + "Old";
         const QByteArray tagged = id3Header(4, 0x50, quint32(body.size())) + body +
                                   id3Header(4, 0x50, quint32(body.size())).replace(0, 3, "3DI") + audio +
-                                  oldTrailer;
+                                  "TAG" + QByteArray(125, 'o');
         const QByteArray artwork = "\xFF\xD8\xFF" + QByteArray(5000, 'j');
-        for (const auto& [name, old] :
-             {std::pair<QString, QByteArray>("SONG.MP3", audio), {"song.mp3", tagged}}) {
-            QTemporaryDir dir;
-            const QString path = dir.filePath(name);
-            QVERIFY(writeFile(path, old));
-            const QByteArray decodedBefore = decodedAudioChecksum(path);
+        QTemporaryDir dir;
+        const QString path = dir.filePath("SONG.MP3");
+        QVERIFY(writeFile(path, tagged));
+        const QByteArray decodedBefore = decodedAudioChecksum(path);
 
-            QCOMPARE(ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path)), std::nullopt);
+        QCOMPARE(ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path)), std::nullopt);
 
-            const QByteArray written = readFile(path);
-            QVERIFY(written == *ID3TagWriter::buildTag(fullMetadata(), artwork) + audio +
-                                   ID3TagWriter::buildID3v1Tag(fullMetadata()));
-            QCOMPARE(decodedAudioChecksum(path), decodedBefore);
-            QCOMPARE(ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path)), std::nullopt);
-            QVERIFY(readFile(path) == written);
-        }
+        const QByteArray written = readFile(path);
+        QVERIFY(written == *ID3TagWriter::buildTag(fullMetadata(), artwork) + audio +
+                               ID3TagWriter::buildID3v1Tag(fullMetadata()));
+        QCOMPARE(decodedAudioChecksum(path), decodedBefore);
+        QCOMPARE(ID3TagWriter::write(fullMetadata(), artwork, QUrl::fromLocalFile(path)), std::nullopt);
+        QVERIFY(readFile(path) == written);
     }
 
     void refusals() {
         QTemporaryDir dir;
-        QVERIFY(writeFile(dir.filePath("song.mp3.FLAC"), "not read"));
-        expectRefusal(
-            dir.filePath("song.mp3.FLAC"), std::nullopt, Kind::NotMP3,
-            "Tag editing currently supports MP3 files only. This is a .flac file \u2014 its metadata can be "
-            "viewed but not saved.");
         // A leading dot names a hidden file; it does not start an extension.
         QVERIFY(writeFile(dir.filePath(".mp3"), QByteArray(4000, 'a')));
         expectRefusal(
-            dir.filePath(".mp3"), std::nullopt, Kind::NotMP3,
+            dir.filePath(".mp3"), std::nullopt,
             "Tag editing currently supports MP3 files only. This is a . file \u2014 its metadata can "
             "be viewed but not saved.");
         // Write-protected by its owner: refused even where the folder (or the superuser) could replace it.
         QVERIFY(writeFile(dir.filePath("locked.mp3"), QByteArray(4000, 'a')));
         QCOMPARE(::chmod(QFile::encodeName(dir.filePath("locked.mp3")), 0444), 0);
-        expectRefusal(dir.filePath("locked.mp3"), std::nullopt, Kind::Unwritable,
+        expectRefusal(dir.filePath("locked.mp3"), std::nullopt,
                       "Couldn't save locked.mp3: " + qt_error_string(EACCES) + ".");
-        QVERIFY(QDir(dir.path()).mkdir("Ünïcode album.mp3"));
-        expectRefusal(dir.filePath("Ünïcode album.mp3"), std::nullopt, Kind::Unreadable,
-                      "Couldn't read Ünïcode album.mp3.");
-        QCOMPARE(::mkfifo(QFile::encodeName(dir.filePath("pipe.mp3")).constData(), 0600), 0);
-        const auto pipe =
-            ID3TagWriter::write(fullMetadata(), std::nullopt, QUrl::fromLocalFile(dir.filePath("pipe.mp3")));
-        QVERIFY(pipe && pipe->kind == Kind::Unreadable);
+        // Not a file to read (a pipe would never end).
+        QCOMPARE(::mkfifo(QFile::encodeName(dir.filePath("Ünïcode pipe.mp3")).constData(), 0600), 0);
+        const auto pipe = ID3TagWriter::write(fullMetadata(), std::nullopt,
+                                              QUrl::fromLocalFile(dir.filePath("Ünïcode pipe.mp3")));
+        QVERIFY(pipe);
+        QCOMPARE(pipe->description(), "Couldn't read Ünïcode pipe.mp3.");
         QVERIFY(writeFile(dir.filePath("bare.mp3"), id3Header(4, 0, 0)));
         expectRefusal(
-            dir.filePath("bare.mp3"), std::nullopt, Kind::NoAudioFound,
+            dir.filePath("bare.mp3"), std::nullopt,
             "bare.mp3 doesn't contain any audio data after its tag. It may be damaged; nothing was changed.");
 
         // An image of 2^28 bytes cannot be described by a syncsafe size: refused, never written cut short.
@@ -210,7 +174,6 @@ private slots:
         QVERIFY(writeFile(dir.filePath("song.mp3"), QByteArray(4000, 'a')));
         expectRefusal(
             dir.filePath("song.mp3"), QByteArray::fromRawData(static_cast<const char*>(pages), size),
-            Kind::TooLarge,
             "The tags for song.mp3 would be larger than an MP3 tag can hold (256 MB); nothing was changed.");
     }
 
@@ -226,9 +189,9 @@ private slots:
         const auto sentence = [](int error) {
             return QStringLiteral("Couldn't save song.mp3: %1.").arg(qt_error_string(error));
         };
-        expectRefusal(path, "\xFF\xD8\xFF" + QByteArray(256 * 1024, 'j'), Kind::Unwritable, sentence(ENOSPC));
+        expectRefusal(path, "\xFF\xD8\xFF" + QByteArray(256 * 1024, 'j'), sentence(ENOSPC));
         QVERIFY(disk.makeReadOnly());
-        expectRefusal(path, QByteArray(), Kind::Unwritable, sentence(EROFS));
+        expectRefusal(path, QByteArray(), sentence(EROFS));
     }
 };
 

@@ -4,6 +4,7 @@
 #include "services/MetadataService.h"
 #include "store/LibraryStore.h"
 #include "support/Await.h"
+#include "support/FakeAudioPlayer.h"
 #include "support/Fixtures.h"
 #include "support/LocalHttpServer.h"
 #include "support/MusicFolder.h"
@@ -11,15 +12,12 @@
 #include "tags/ID3TagWriter.h"
 #include "ui/InspectorModel.h"
 
-#include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
-#include <QProgressBar>
 #include <QPushButton>
-#include <QSignalSpy>
 #include <QTest>
 
 #include <memory>
@@ -57,14 +55,12 @@ class TrackInspectorTest : public QObject {
     std::unique_ptr<TrackInspector> m_dialog;
 
     // A song in the playlist whose file says: title Yesterday, artist "the beatles", year 1965, so that
-    // the recording above differs in album, track and genre only.
-    Track song(const QString& title = "Yesterday", const QString& artist = "the beatles") {
-        Track track;
-        track.id = QUuid::createUuid();
-        track.setUrl(QUrl::fromLocalFile(m_music->addSong("a.mp3")));
-        track.setTitle(title);
-        track.setArtist(artist);
+    // the recording above differs in album, track and genre only. Its cover is the folder's image.
+    Track song() {
+        Track track = fixtures::trackAt(m_music->addSong("a.mp3"), "Yesterday");
+        track.setArtist("the beatles");
         track.setYear("1965");
+        track.setArtworkSource(ArtworkSource::folder(m_music->url("cover.jpg")));
         track.duration = 1;
         m_store->setTracks({track});
         return track;
@@ -88,12 +84,9 @@ class TrackInspectorTest : public QObject {
     void type(const QString& row, const QString& replacement) {
         auto* editor = part<QLineEdit>(QString(), row);
         editor->selectAll();
-        if (replacement.isEmpty())
-            QTest::keyClick(editor, Qt::Key_Backspace);
-        else
-            QTest::keyClicks(editor, replacement);
+        QTest::keyClick(editor, Qt::Key_Backspace);
+        QTest::keyClicks(editor, replacement);
     }
-    void waitForSuggestions() { QTRY_VERIFY(lookupText().contains("MusicBrainz")); }
 
 private slots:
     void init() {
@@ -115,60 +108,47 @@ private slots:
         m_store.reset();
     }
 
-    // The lookup row from "checking" to each outcome, with the match's confidence (orange below 90); a song
-    // without title and artist asks nobody.
+    // The lookup row from "checking" to each outcome, with the match's confidence (orange below 90).
     void lookupRow_data() {
-        QTest::addColumn<QString>("title");
         QTest::addColumn<Response>("response"); // NeverAnswer: the service's port is closed
         QTest::addColumn<QString>("shown");
         QTest::addColumn<QString>("badge");
-        QTest::addColumn<int>("requests");
-        const QString noMatch = "No online match found for this track. Local metadata is shown.";
         const QString found = "MusicBrainz suggests 3 different values, shown in grey below.";
-        QTest::addRow("found, unsure") << "Yesterday" << recording(89) << found << "89% match" << 1;
-        QTest::addRow("found, sure") << "Yesterday" << recording(90) << found << "90% match" << 1;
+        QTest::addRow("found, unsure") << recording(89) << found << "89% match";
+        QTest::addRow("found, sure") << recording(90) << found << "90% match";
         QTest::addRow("no recording")
-            << "Yesterday" << Response::json(R"({"recordings":[]})") << noMatch << QString() << 1;
-        QTest::addRow("rate limited")
-            << "Yesterday" << Response::json("", 503)
-            << "MusicBrainz is rate-limiting requests. Try again in a moment." << QString() << 1;
-        QTest::addRow("offline") << "Yesterday" << Response::neverAnswer()
-                                 << "No Internet music services available for metadata." << QString() << 0;
-        QTest::addRow("nothing to look up") << "" << recording(89) << noMatch << QString() << 0;
+            << Response::json(R"({"recordings":[]})")
+            << "No online match found for this track. Local metadata is shown." << QString();
+        QTest::addRow("offline") << Response::neverAnswer()
+                                 << "No Internet music services available for metadata." << QString();
     }
     void lookupRow() {
-        QFETCH(QString, title);
         QFETCH(Response, response);
         QFETCH(QString, shown);
         QFETCH(QString, badge);
-        QFETCH(int, requests);
         if (response.kind == Response::Kind::NeverAnswer) {
             m_service = std::make_unique<MetadataService>(
                 QString("http://127.0.0.1:%1/ws/2/recording").arg(LocalHttpServer::closedPort()));
         }
         m_server->serve(searchPath, response);
-        open(song(title, title.isEmpty() ? "" : "the beatles"));
-        QCOMPARE(lookupText() == "Checking online music services…", !title.isEmpty());
-        QCOMPARE(part<QProgressBar>(QString(), "lookup")->isVisible(), !title.isEmpty());
+        open(song());
+        QCOMPARE(lookupText(), "Checking online music services…");
         QTRY_COMPARE(lookupText(), shown);
-        QVERIFY(!part<QProgressBar>(QString(), "lookup")->isVisible());
         QCOMPARE(shows("useAll"), shown.contains("suggests"));
-        QCOMPARE(m_server->requests().size(), requests);
         QCOMPARE(shows("confidence") ? text("confidence") : QString(), badge);
         QCOMPARE(part<QLabel>("confidence")->palette().color(QPalette::WindowText) == orange,
                  badge.startsWith("89"));
     }
 
     // Suggestions follow the draft: Use takes one, typing the file's value back restores it, Use All takes
-    // the rest after its confirmation. Markers, the summary and Save follow.
+    // the rest after its confirmation. Markers, the summary and Save follow; ticking only the embed box is
+    // something to save too. (Which values differ is the comparison's own test.)
     void takesSuggestions() {
         open(song());
-        waitForSuggestions();
+        QTRY_VERIFY(lookupText().contains("MusicBrainz"));
         QVERIFY(shows("suggestionDot", "album") && !shows("edited", "album"));
         QCOMPARE(text("suggestion", "album"), "Help!");
-        QVERIFY(!shows("suggestionDot", "artist")); // "the beatles" agrees with "The Beatles"
         QVERIFY(!canSave());
-        QCOMPARE(text("footerNote"), QString());
 
         part<QAbstractButton>("use", "album")->click();
         QCOMPARE(part<QLineEdit>(QString(), "album")->text(), "Help!");
@@ -176,101 +156,48 @@ private slots:
         QVERIFY(shows("edited", "album"));
         QCOMPARE(lookupText(), "MusicBrainz suggests 2 different values, shown in grey below.");
         QVERIFY(canSave());
-        QCOMPARE(text("footerNote"), "Changes are written into the file's ID3 tags when you save.");
 
         type("album", "");
         QVERIFY(shows("suggestionDot", "album") && !shows("edited", "album"));
         QVERIFY(!canSave());
-        type("track", "1");
-        QCOMPARE(lookupText(), "MusicBrainz suggests 3 different values, shown in grey below.");
-        type("track", "13");
-        QCOMPARE(lookupText(), "MusicBrainz suggests 2 different values, shown in grey below.");
+        part<QCheckBox>("embedFolderArtwork")->setChecked(true);
+        QVERIFY(canSave());
 
         part<QPushButton>("useAll")->click();
-        auto* confirmation = m_dialog->findChild<QMessageBox*>();
-        QVERIFY(confirmation);
-        QPushButton* replace = nullptr;
-        for (QAbstractButton* button : confirmation->buttons())
-            if (button->text() == "Replace 2 Fields")
-                replace = qobject_cast<QPushButton*>(button);
-        QVERIFY(replace);
-        replace->click();
+        for (QAbstractButton* button : m_dialog->findChild<QMessageBox*>()->buttons()) {
+            if (button->text() == "Replace 3 Fields")
+                button->click(); // under any other name nothing is replaced, and the summary below says so
+        }
         QCOMPARE(lookupText(), "MusicBrainz agrees with your local metadata.");
         QVERIFY(!shows("useAll"));
         QVERIFY(shows("edited", "album") && shows("edited", "genre"));
         QCOMPARE(part<QLineEdit>(QString(), "genre")->text(), "Pop Rock");
     }
 
-    // The comment grows from two lines to four, then scrolls; Tab walks the fields in table order.
-    void laysOutTheFields() {
+    // The comment, a text box unlike the other fields, reaches the draft too.
+    void commentReachesTheDraft() {
         open(song());
-        auto* comment = part<QPlainTextEdit>(QString(), "comment");
-        const int twoLines = comment->height();
-        comment->setPlainText("1\n2\n3");
-        const int threeLines = comment->height();
-        comment->setPlainText("1\n2\n3\n4\n5\n6");
-        QVERIFY(twoLines < threeLines && threeLines < comment->height());
-        QCOMPARE(comment->height() - threeLines, threeLines - twoLines);
-        QCOMPARE(m_dialog->findChild<InspectorModel*>()->draft().comment, "1\n2\n3\n4\n5\n6");
-        QVERIFY(QTest::qWaitForWindowActive(m_dialog.get()));
-        part<QLineEdit>(QString(), "title")->setFocus();
-        QStringList order;
-        for (int i = 0; i < 8; ++i) {
-            order.append(QApplication::focusWidget()->parentWidget()->objectName());
-            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        }
-        QCOMPARE(order, QStringList({"title", "artist", "album", "albumArtist", "track", "year", "genre",
-                                     "comment"}));
+        part<QPlainTextEdit>(QString(), "comment")->setPlainText("1\n2");
+        QCOMPARE(m_dialog->findChild<InspectorModel*>()->draft().comment, "1\n2");
     }
 
-    // Ticking only the embed box is something to save.
-    void embedBoxAloneEnablesSave() {
-        Track track = song();
-        track.setArtworkSource(ArtworkSource::folder(m_music->url("cover.jpg")));
-        m_store->setTracks({track});
-        open(track);
-        QVERIFY(!canSave());
-        part<QCheckBox>("embedFolderArtwork")->setChecked(true);
-        QVERIFY(canSave());
-    }
-
-    // One suggestion taken and saved: the file says it (read by mutagen) and so does the playlist.
-    void savesIntoTheFile() {
-        if (!fixtures::haveTool(fixtures::systemPython()))
-            QSKIP("mutagen is needed to read the tags back");
-        const Track track = song();
-        open(track);
-        waitForSuggestions();
-        part<QAbstractButton>("use", "album")->click();
-        QSignalSpy accepted(m_dialog.get(), &QDialog::accepted);
-        QTest::keyClick(m_dialog.get(), Qt::Key_Return);
-        // The file is written elsewhere; meanwhile the dialog shows it and cannot save twice.
-        QVERIFY(!canSave());
-        QVERIFY(shows("saving"));
-        QVERIFY(accepted.wait());
-        QCOMPARE(m_store->tracks().first().album(), "Help!");
-        const auto read = fixtures::run(fixtures::systemPython(),
-                                        {"-c",
-                                         "import mutagen.id3,sys; t=mutagen.id3.ID3(sys.argv[1]); "
-                                         "print(t['TIT2'].text[0], t['TALB'].text[0], 'TRCK' in t)",
-                                         track.url().toLocalFile()});
-        QCOMPARE(QString::fromUtf8(read.out), "Yesterday Help! False\n");
-    }
-
-    // A failed save keeps the dialog open with the store's message, in orange; Save can be tried again.
+    // The file is written elsewhere; meanwhile the dialog shows it and cannot save twice. A failed save
+    // keeps the dialog open with the store's message, in orange; Save can be tried again. (A save that
+    // works, read back by mutagen, is the window's end-to-end test.)
     void showsAFailedSave() {
         const Track track = song();
         open(track);
         QFile::remove(track.url().toLocalFile());
         type("title", "Today");
-        part<QPushButton>("save")->click();
+        QTest::keyClick(m_dialog.get(), Qt::Key_Return);
+        QVERIFY(!canSave());
+        QVERIFY(shows("saving"));
         QTRY_COMPARE(text("footerNote"),
                      (ID3TagWriter::WriteError{ID3TagWriter::WriteError::Kind::Unreadable, track.url(), {}}
                           .description()));
         QCOMPARE(part<QLabel>("footerNote")->palette().color(QPalette::WindowText), orange);
         QVERIFY(m_dialog->isVisible());
         QVERIFY(canSave());
-        QCOMPARE(m_store->tracks().first().title(), "Yesterday");
     }
 
     // A lookup waiting for its turn when the dialog closes is never sent.

@@ -20,7 +20,6 @@ struct Tags {
     QString file;
     bool missing = false;
 };
-Q_DECLARE_METATYPE(Tags)
 
 // The rows over the store's list, the search over them, and how they follow the list's changes.
 class TrackListModelTest : public QObject {
@@ -47,13 +46,6 @@ class TrackListModelTest : public QObject {
         return tracks;
     }
 
-    QList<Track> setTitles(const QStringList& titles) {
-        QList<Tags> songs;
-        for (const QString& title : titles)
-            songs.append({title, {}, {}, title + ".mp3"});
-        return setSongs(songs);
-    }
-
     // A column of the shown rows, joined by spaces.
     QString shown(int role) const {
         QStringList values;
@@ -76,44 +68,28 @@ private slots:
         m_store.reset();
     }
 
-    // What a row says to the eye and to a screen reader, with the fallbacks of an untagged file.
-    void rowContents_data() {
-        QTest::addColumn<Tags>("tags");
-        QTest::addColumn<QString>("display");
-        QTest::addColumn<QString>("accessible");
-        QTest::addRow("tagged") << Tags{"Song", "Band", "Record", "a.mp3"} << "Song"
-                                << "1, Song, Band, Record";
-        QTest::addRow("untagged") << Tags{"", "", "", "02 Intro.flac"} << "02 Intro"
-                                  << "1, 02 Intro, Unknown artist, Unknown album";
-        QTest::addRow("missing") << Tags{"Gone", "Band", "Record", "gone.mp3", true} << "Gone"
-                                 << "1, Gone, Band, Record";
-    }
-    void rowContents() {
-        QFETCH(Tags, tags);
-        QFETCH(QString, display);
-        QFETCH(QString, accessible);
-        setSongs({tags});
-        QCOMPARE(shown(Qt::DisplayRole), display);
-        QCOMPARE(shown(Qt::AccessibleTextRole), accessible);
-        QCOMPARE(shown(Qt::AccessibleDescriptionRole).isEmpty(), !tags.missing);
-    }
-
-    // The current song is marked on its row; playing only while the engine plays.
-    void currentAndPlaying() {
-        const QList<Track> tracks = setTitles({"a", "b", "c"});
+    // What a row says to the eye and to a screen reader, which also names the current song's state: playing
+    // only while the engine plays. A missing file is described as such; the current song moves with its row.
+    void rows() {
+        const QList<Track> tracks = setSongs({{"Song", "Band", "Record", "a.mp3"},
+                                              {"", "", "", "02 Intro.flac"},
+                                              {"Gone", "", "", "c.mp3", true}});
+        const auto sentence = [&](int row) {
+            return m_filter->index(row, 0).data(Qt::AccessibleTextRole).toString();
+        };
+        QCOMPARE(shown(Qt::DisplayRole), "Song 02 Intro Gone");
+        QCOMPARE(sentence(0), "1, Song, Band, Record");
+        QCOMPARE(shown(Qt::AccessibleDescriptionRole),
+                 "  This file isn't at the path saved in the playlist.");
         QSignalSpy changed(m_model.get(), &TrackListModel::playingStateChanged);
         m_store->engine()->playTrack(tracks[1].id);
-        QCOMPARE(shown(TrackListModel::IsCurrentRole), "false true false");
         QCOMPARE(shown(TrackListModel::IsPlayingRole), "false true false");
-        QCOMPARE(m_filter->index(1, 0).data(Qt::AccessibleTextRole).toString(),
-                 "Now playing, b, Unknown artist, Unknown album");
+        QCOMPARE(sentence(1), "Now playing, 02 Intro, Unknown artist, Unknown album");
         m_store->engine()->pause();
         QCOMPARE(shown(TrackListModel::IsCurrentRole), "false true false");
         QCOMPARE(shown(TrackListModel::IsPlayingRole), "false false false");
-        QCOMPARE(m_filter->index(1, 0).data(Qt::AccessibleTextRole).toString(),
-                 "Paused, b, Unknown artist, Unknown album");
+        QCOMPARE(sentence(1), "Paused, 02 Intro, Unknown artist, Unknown album");
         QCOMPARE(changed.last().first().toInt(), 1);
-        // The current song moves with its row.
         m_store->moveTrack(tracks[1].id, -1);
         QCOMPARE(shown(TrackListModel::IsCurrentRole), "true false false");
     }
@@ -123,22 +99,15 @@ private slots:
     void search_data() {
         QTest::addColumn<QString>("text");
         QTest::addColumn<QString>("numbers");
-        QTest::addRow("no search") << ""
-                                   << "1 2 3 4 5";
-        QTest::addRow("any case") << "BEATLES"
-                                  << "1 3";
-        QTest::addRow("file name for a missing title") << "ten"
-                                                       << "2";
-        QTest::addRow("album") << "past"
-                               << "3";
-        QTest::addRow("only spaces is a real query") << " "
-                                                     << "1 2 3 4";
-        QTest::addRow("a trailing space counts") << "hey "
-                                                 << "3";
-        QTest::addRow("a leading space counts") << " hey"
-                                                << "";
-        QTest::addRow("fallback names are not searched") << "unknown"
-                                                         << "";
+        const auto row = [](const char* name, const QString& text, const QString& numbers) {
+            QTest::addRow("%s", name) << text << numbers;
+        };
+        row("no search", "", "1 2 3 4 5");
+        row("any case", "BEATLES", "1 3");
+        row("file name for a missing title", "ten", "2");
+        row("album", "past", "3");
+        row("only spaces is a real query", " ", "1 2 3 4");
+        row("fallback names are not searched", "unknown", "");
     }
     void search() {
         QFETCH(QString, text);
@@ -158,34 +127,23 @@ private slots:
         QTest::addColumn<QString>("change");
         QTest::addColumn<QString>("order");
         QTest::addColumn<QString>("selected");
-        QTest::addRow("added before") << "add"
-                                      << "new a b c d"
-                                      << "b d";
-        QTest::addRow("another removed") << "remove a"
-                                         << "b c d"
-                                         << "b d";
-        QTest::addRow("a selected one removed") << "remove b"
-                                                << "a c d"
-                                                << "d";
-        QTest::addRow("moved down a place") << "offset b"
-                                            << "a c b d"
-                                            << "b d";
-        QTest::addRow("dragged up") << "onto d a"
-                                    << "d a b c"
-                                    << "b d";
-        QTest::addRow("dragged down") << "onto a c"
-                                      << "b c a d"
-                                      << "b d";
+        const auto row = [](const char* name, const QString& change, const QString& order,
+                            const QString& selected) {
+            QTest::addRow("%s", name) << change << order << selected;
+        };
+        row("added before", "add", "new a b c d", "b d");
+        row("a selected one removed", "remove b", "a c d", "d");
+        row("moved down a place", "offset b", "a c b d", "b d");
+        row("dragged up", "onto d a", "d a b c", "b d");
     }
     void followsChanges() {
         QFETCH(QString, change);
         QFETCH(QString, order);
         QFETCH(QString, selected);
-        const QList<Track> tracks = setTitles({"a", "b", "c", "d"});
+        const QList<Track> tracks = setSongs(
+            {{"a", {}, {}, "a.mp3"}, {"b", {}, {}, "b.mp3"}, {"c", {}, {}, "c.mp3"}, {"d", {}, {}, "d.mp3"}});
         const auto id = [&](const QString& title) {
-            return std::find_if(tracks.begin(), tracks.end(),
-                                [&](const Track& t) { return t.title() == title; })
-                ->id;
+            return tracks[QStringLiteral("abcd").indexOf(title)].id;
         };
         m_filter->setSearchText(" "); // no song matches: the filter must follow too
         m_filter->setSearchText("");

@@ -1,4 +1,4 @@
-#include "FolderArtworkCache.h"
+#include "FolderArtwork.h"
 
 #include "FileNames.h"
 #include "JpegLayout.h"
@@ -11,14 +11,13 @@
 #include <QImage>
 #include <QImageReader>
 #include <QImageWriter>
-#include <QMutexLocker>
 #include <QPainter>
 
 #include <algorithm>
 
 namespace {
 
-// The folder's path as the cache keys it: absolute, without "." or ".." or a trailing slash.
+// The folder's path: absolute, without "." or ".." or a trailing slash.
 QString folderPath(const QUrl& folderUrl) {
     return QDir::cleanPath(QFileInfo(folderUrl.toLocalFile()).absoluteFilePath());
 }
@@ -70,26 +69,16 @@ QList<QUrl> searchedFolders(const QUrl& songUrl) {
     return {QUrl::fromLocalFile(folder), QUrl::fromLocalFile(parent)};
 }
 
-} // namespace
-
-FolderArtworkCache::FolderArtworkCache(ScanObserver onScan)
-    : m_onScan(std::move(onScan)) {}
-
-const QList<QString>& FolderArtworkCache::imageExtensions() {
+// Lower-case extensions of the files considered.
+const QList<QString>& imageExtensions() {
     static const QList<QString> extensions{u"jpg"_qs, u"jpeg"_qs, u"png"_qs, u"gif"_qs,
                                            u"bmp"_qs, u"tiff"_qs, u"tif"_qs, u"heic"_qs};
     return extensions;
 }
 
-std::optional<FolderArtworkCache::Found> FolderArtworkCache::artwork(const QUrl& songUrl) {
-    for (const QUrl& folder : searchedFolders(songUrl)) {
-        if (auto found = lookup(folder))
-            return found;
-    }
-    return std::nullopt;
-}
+} // namespace
 
-std::optional<QUrl> FolderArtworkCache::imageFor(const QUrl& songUrl) {
+std::optional<QUrl> FolderArtwork::imageFor(const QUrl& songUrl) {
     for (const QUrl& folder : searchedFolders(songUrl)) {
         for (const Candidate& candidate : candidates(folder)) {
             QImageReader reader(candidate.url.toLocalFile());
@@ -100,40 +89,7 @@ std::optional<QUrl> FolderArtworkCache::imageFor(const QUrl& songUrl) {
     return std::nullopt;
 }
 
-std::optional<FolderArtworkCache::Found> FolderArtworkCache::lookup(const QUrl& folderUrl) {
-    const QString key = folderPath(folderUrl);
-    std::promise<std::optional<Found>> promise;
-    Result result;
-    bool scanHere = false;
-    {
-        QMutexLocker locker(&m_mutex);
-        const auto it = m_results.constFind(key);
-        if (it != m_results.constEnd()) {
-            result = *it;
-        } else {
-            // Claim the folder before scanning so that concurrent callers wait for this scan.
-            result = promise.get_future().share();
-            m_results.insert(key, result);
-            scanHere = true;
-        }
-    }
-    if (scanHere) {
-        if (m_onScan)
-            m_onScan(key);
-        promise.set_value(scan(QUrl::fromLocalFile(key)));
-    }
-    return result.get();
-}
-
-std::optional<FolderArtworkCache::Found> FolderArtworkCache::scan(const QUrl& folderUrl) {
-    for (const Candidate& candidate : candidates(folderUrl)) {
-        if (auto data = thumbnail(candidate.url))
-            return Found{*data, candidate.url};
-    }
-    return std::nullopt;
-}
-
-QList<FolderArtworkCache::Candidate> FolderArtworkCache::candidates(const QUrl& folderUrl) {
+QList<FolderArtwork::Candidate> FolderArtwork::candidates(const QUrl& folderUrl) {
     // Only regular files (or links to them): reading a FIFO or a device named cover.jpg would block or
     // never end. Hidden files are listed here and skipped by name below, the same on every file system.
     const QDir dir(folderPath(folderUrl));
@@ -153,7 +109,7 @@ QList<FolderArtworkCache::Candidate> FolderArtworkCache::candidates(const QUrl& 
     return result;
 }
 
-qint64 FolderArtworkCache::rank(const QString& fileName) {
+qint64 FolderArtwork::rank(const QString& fileName) {
     const QString stem = FileNames::withoutExtension(fileName).toString().toLower();
 
     qint64 score = 20;
@@ -178,7 +134,7 @@ qint64 FolderArtworkCache::rank(const QString& fileName) {
     return score;
 }
 
-std::optional<QByteArray> FolderArtworkCache::thumbnail(const QUrl& imageUrl, int maxPixels) {
+std::optional<QByteArray> FolderArtwork::thumbnail(const QUrl& imageUrl, int maxPixels) {
     QFile file(imageUrl.toLocalFile());
     if (!file.open(QIODevice::ReadOnly))
         return std::nullopt;

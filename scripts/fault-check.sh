@@ -47,7 +47,7 @@ compare-sharp-s @@ src/tags/TextRules.cpp @@ metadata_comparison_test @@ {u'\u00
 natural-digits-flipped @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ return a[valueStartA + k] < b[valueStartB + k] ? -1 : 1; @@ return a[valueStartA + k] < b[valueStartB + k] ? 1 : -1;
 natural-folder-separator @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ if (ca == u'/') @@ if (ca == u'\\')
 natural-zeros-tie @@ src/library/NaturalOrder.cpp @@ playable_files_test @@ tieBreak = sign((valueStartA - zerosStartA) - (valueStartB - zerosStartB)); @@ tieBreak = sign((valueStartB - zerosStartB) - (valueStartA - zerosStartA));
-collect-reverse-order @@ src/library/PlayableFiles.cpp @@ playable_files_test @@ [](const QString& a, const QString& b) { return naturalLess(a, b); }); @@ [](const QString& a, const QString& b) { return naturalLess(b, a); });
+collect-reverse-order @@ src/library/PlayableFiles.cpp @@ playable_files_test @@ return naturalLess(QStringView(paths[a]).sliced(cut), QStringView(paths[b]).sliced(cut)); @@ return naturalLess(QStringView(paths[b]).sliced(cut), QStringView(paths[a]).sliced(cut));
 decode-no-windows1252 @@ src/library/TextDecoding.cpp @@ playlist_file_test @@ text = windows1252(bytes); @@ text = std::nullopt;
 decode-trailing-blanks @@ src/library/TextDecoding.cpp @@ playlist_file_test @@ while (end > begin && blank(text[end - 1])) @@ while (false && blank(text[end - 1]))
 playlist-extinf-attributes @@ src/library/PlaylistFile.cpp @@ playlist_file_test @@ const qsizetype end = seconds.indexOf(u' ', first); @@ const qsizetype end = seconds.indexOf(u'\t', first);
@@ -116,7 +116,7 @@ model-move-destination @@ src/ui/TrackListModel.cpp @@ track_list_model_test son
 model-insert-one-too-many @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ change.first, change.first + change.count - 1); @@ change.first, change.first + change.count);
 model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test song_list_area_test @@ return current && isPlaying(); @@ return current;
 cache-stamp-ignored @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (!stamp.regular || stored.stamp != stamp) @@ if (!stamp.regular)
-cache-seconds-only @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000
+cache-seconds-only @@ src/library/FileStamp.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000
 cache-newer-version-used @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (found > version) { @@ if (found > version + 1) {
 store-insert-announced-late @@ src/store/LibraryStore.cpp @@ library_store_test @@ TrackListChange::inserted(int(at), int(added)) @@ TrackListChange::inserted(int(at) + 1, int(added))
 EOF

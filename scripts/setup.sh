@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
     cmake ninja-build g++ pkg-config clang-format
     qt6-base-dev qt6-svg-dev libqt6svg6 qt6-image-formats-plugins qt6-qpa-plugins libgl-dev libqt6sql6-sqlite
-    libmpv-dev libtag1-dev libavformat-dev libavutil-dev libavcodec-dev libicu-dev libxxhash-dev
+    libmpv-dev libtag1-dev libavformat-dev libavutil-dev libavcodec-dev libicu-dev libxxhash-dev libsqlite3-dev
     adwaita-icon-theme dbus dbus-x11
     python3 python3-mutagen eyed3 id3v2 ffmpeg playerctl xvfb xauth x11-apps x11-utils
     desktop-file-utils appstream qt6-wayland

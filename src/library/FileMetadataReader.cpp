@@ -11,12 +11,20 @@
 #include <unistd.h>
 
 AssetMetadata FileMetadataReader::read(const QByteArray& localPath) const {
+    FileStamp opened;
+    return read(localPath, opened);
+}
+
+AssetMetadata FileMetadataReader::read(const QByteArray& localPath, FileStamp& opened) const {
+    opened = {};
     // O_NONBLOCK: opening a FIFO for reading would otherwise wait for a writer; fstat then rejects it.
     const int fd = ::open(localPath.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0)
         return {};
     struct stat status {};
-    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (::fstat(fd, &status) == 0)
+        opened = FileStamp::of(status);
+    if (!opened.regular) {
         ::close(fd);
         return {};
     }

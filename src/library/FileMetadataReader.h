@@ -1,5 +1,6 @@
 #pragma once
 
+#include "library/FileStamp.h"
 #include "library/MetadataReader.h"
 
 // The program's metadata reader: TagLib for the formats it knows, FFmpeg's libavformat for the rest, for
@@ -10,6 +11,9 @@ public:
     explicit FileMetadataReader(PictureData pictures = PictureData::Bytes)
         : m_pictures(pictures) {}
     AssetMetadata read(const QByteArray& localPath) const override;
+    // read(), also telling what the file was as it was opened: its stamp, taken before anything was read
+    // (one that does not exist when it could not be opened).
+    AssetMetadata read(const QByteArray& localPath, FileStamp& opened) const;
 
 private:
     PictureData m_pictures;

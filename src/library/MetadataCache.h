@@ -1,5 +1,6 @@
 #pragma once
 
+#include "library/FileStamp.h"
 #include "library/MetadataLoader.h"
 #include "library/Track.h"
 
@@ -13,18 +14,6 @@
 #include <optional>
 
 class QSqlQuery;
-
-// A file's identity as the cache checks it: its size and modification time. Nothing else is compared, so a
-// file rewritten with the same size within the same nanosecond would be missed; no tool does that.
-struct FileStamp {
-    bool exists = false;
-    bool regular = false; // a regular file (links followed), the only kind the cache keeps
-    qint64 size = 0;
-    qint64 modified = 0; // nanoseconds since the epoch
-
-    static FileStamp of(const QByteArray& localPath);
-    friend bool operator==(const FileStamp&, const FileStamp&) = default;
-};
 
 // Remembers what each audio file said when it was last read (FileFacts) and which cover each folder showed,
 // so that a later start reads neither a file whose path, size and modification time are unchanged nor a
@@ -98,7 +87,8 @@ private:
 
     QString m_file;
     QString m_connection;
-    bool m_usable = false;                      // false: every answer is "unknown" and nothing is kept
+    bool m_usable = false;       // false: every answer is "unknown" and nothing is kept
+    bool m_holdsEntries = false; // false: a new or emptied cache, whose answers are "unknown" without asking
     std::unique_ptr<QSqlQuery> m_filesOfFolder; // prepared once: a start asks for every folder
     std::unique_ptr<QSqlQuery> m_folder;
 };

@@ -171,7 +171,10 @@ QByteArray localPath(const QUrl& url) {
 }
 
 FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader) {
-    const AssetMetadata metadata = reader.read(localPath);
+    return factsOf(localPath, reader.read(localPath));
+}
+
+FileFacts factsOf(const QByteArray& localPath, const AssetMetadata& metadata) {
     if (!metadata.readable)
         qCDebug(lcLibrary) << "No audio metadata could be read from" << localPath;
     const CommonSlots common = sortIntoSlots(metadata.commonItems);
@@ -216,9 +219,16 @@ QUuid newTrackId() {
 Track newTrack(const QUrl& url) {
     Track track;
     track.id = newTrackId();
-    // Keeping the caller's URL when it is already normal shares its buffers instead of copying them.
-    const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
-    track.setUrl(normalized == url ? url : normalized);
+    // Keeping the caller's URL when it is already normal shares its buffers instead of copying them. A path
+    // without a segment starting with a dot or an empty one is normal as it stands, found cheaper than by
+    // normalizing it.
+    const QString path = url.path();
+    if (!path.startsWith(u'.') && !path.contains(u"/.") && !path.contains(u"//")) {
+        track.setUrl(url);
+    } else {
+        const QUrl normalized = url.adjusted(QUrl::NormalizePathSegments);
+        track.setUrl(normalized == url ? url : normalized);
+    }
     return track;
 }
 

@@ -10,6 +10,7 @@
 
 #include <optional>
 
+struct AssetMetadata;
 class MetadataReader;
 class QThreadPool;
 
@@ -63,6 +64,8 @@ Track loadTrackNow(const QUrl& url, const std::optional<PlaylistEntry>& hint, co
 // The pieces loadTrackNow is made of, for loaders that keep what files say between runs.
 // The file at `localPath` (the file system's own bytes), read once.
 FileFacts readFacts(const QByteArray& localPath, const MetadataReader& reader);
+// What `metadata`, read from the file at `localPath`, says.
+FileFacts factsOf(const QByteArray& localPath, const AssetMetadata& metadata);
 // The folder cover for a song without a picture of its own, found without decoding it
 // (FolderArtwork::imageFor).
 FolderPicture folderPicture(const QUrl& songUrl);

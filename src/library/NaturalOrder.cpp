@@ -11,6 +11,9 @@ bool isDigit(QChar c) {
 // The letter a character is sorted by: case-folded, without its accents, so "É" sorts with "E" as the file
 // manager has it, not after "Z". Only marks are stripped: a Hangul syllable keeps its whole value.
 char16_t sortLetter(QChar c) {
+    // Most names are ASCII, where folding is plain lower case: a library's sort compares them by the million.
+    if (c.unicode() < 0x80)
+        return c >= u'A' && c <= u'Z' ? char16_t(c.unicode() + 32) : c.unicode();
     while (c.decompositionTag() == QChar::Canonical) {
         const QString parts = c.decomposition();
         if (parts.size() > 1 && !parts.at(1).isMark())

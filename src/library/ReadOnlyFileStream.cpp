@@ -33,14 +33,19 @@ const ReadOnlyFileStream::Block* ReadOnlyFileStream::block(long long offset) {
         if (held.offset == offset)
             return &held;
     }
-    Block fresh;
-    fresh.offset = offset;
-    fresh.bytes.reset(new char[size_t(blockSize)]);
-    fresh.size = readAt(offset, fresh.bytes.get(), std::min(blockSize, m_size - offset));
-    if (fresh.size <= 0)
-        return nullptr;
     if (m_blocks.size() == maximumBlocks)
         m_blocks.erase(m_blocks.begin());
+    Block fresh;
+    fresh.offset = offset;
+    char* into = m_ownBlock;
+    if (std::any_of(m_blocks.cbegin(), m_blocks.cend(), [](const Block& held) { return !held.owned; })) {
+        fresh.owned.reset(new char[size_t(blockSize)]);
+        into = fresh.owned.get();
+    }
+    fresh.bytes = into;
+    fresh.size = readAt(offset, into, std::min(blockSize, m_size - offset));
+    if (fresh.size <= 0)
+        return nullptr;
     m_blocks.push_back(std::move(fresh));
     return &m_blocks.back();
 }
@@ -63,7 +68,7 @@ TagLib::ByteVector ReadOnlyFileStream::readBlock(unsigned long length) {
             const long long count = std::min(wanted - done, held->size - from);
             if (count <= 0)
                 break;
-            std::memcpy(out.data() + done, held->bytes.get() + from, size_t(count));
+            std::memcpy(out.data() + done, held->bytes + from, size_t(count));
             done += count;
         }
     }

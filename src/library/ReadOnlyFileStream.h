@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-// A read-only TagLib stream over an open file that reads with pread in 64 KB blocks and keeps the last few.
+// A read-only TagLib stream over an open file that reads with pread in 16 KB blocks and keeps the last few.
 // TagLib reads a tag as many small seeks and reads (header, frames, the last 128 bytes, the first audio
 // frame); through stdio each costs one or two system calls, here most come from a block already read.
 // Reads larger than a block go straight to the file. Single-threaded, like any TagLib stream.
@@ -30,13 +30,15 @@ public:
     void truncate(long) override {}
 
 private:
-    static constexpr long long blockSize = 64 * 1024;
+    // Tags and the frame headers after them are small: a larger block copies bytes nobody reads.
+    static constexpr long long blockSize = 16 * 1024;
     static constexpr size_t maximumBlocks = 8;
 
     struct Block {
         long long offset = 0;
         long long size = 0; // shorter than blockSize at the end of the file
-        std::unique_ptr<char[]> bytes;
+        const char* bytes = nullptr;
+        std::unique_ptr<char[]> owned; // the bytes, unless they are m_ownBlock
     };
 
     // The block starting at `offset` (a multiple of blockSize), read if needed; null when the read fails.
@@ -48,4 +50,7 @@ private:
     long long m_size;
     long long m_position = 0;
     std::vector<Block> m_blocks; // the most recently read last
+    // Most files are read from one or two blocks: the first needs no allocation, which in a thread that
+    // has just freed a tag's many small pieces would first have the allocator sort them all back.
+    char m_ownBlock[blockSize];
 };

@@ -53,3 +53,17 @@ void mergeTags(const QList<TagItems>& mostTrustedFirst, AssetMetadata& into) {
     for (const TagItems& tag : mostTrustedFirst)
         into.items += tag.items;
 }
+
+bool given(const QList<TagItems>& tags, CommonKey key) {
+    return std::any_of(tags.cbegin(), tags.cend(), [key](const TagItems& tag) {
+        return std::any_of(tag.commonItems.cbegin(), tag.commonItems.cend(),
+                           [key](const CommonItem& item) { return item.key == key; });
+    });
+}
+
+bool given(const QList<TagItems>& tags, const QString& identifier) {
+    return std::any_of(tags.cbegin(), tags.cend(), [&identifier](const TagItems& tag) {
+        return std::any_of(tag.items.cbegin(), tag.items.cend(),
+                           [&identifier](const MetadataItem& item) { return item.identifier == identifier; });
+    });
+}

@@ -24,3 +24,7 @@ struct TagItems {
 // Merges a file's tags, the most trusted first: its common items come last so they replace the others',
 // its identified items first so they are found first.
 void mergeTags(const QList<TagItems>& mostTrustedFirst, AssetMetadata& into);
+
+// Whether one of `tags` gives a value under the key or identifier: a less trusted tag's never shows.
+bool given(const QList<TagItems>& tags, CommonKey key);
+bool given(const QList<TagItems>& tags, const QString& identifier);

@@ -27,6 +27,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <string_view>
 
 namespace TagLibMetadataReader {
 
@@ -35,13 +36,14 @@ namespace {
 namespace id = MetadataIdentifier;
 using TagLib::AudioProperties;
 
+// From TagLib's own wide characters, not from a copy of them.
 QString qString(const TagLib::String& text) {
-    return text.isEmpty() ? QString() : QString::fromStdWString(text.toWString());
+    return text.isEmpty() ? QString() : QString::fromWCharArray(text.toCWString(), qsizetype(text.size()));
 }
 
 // Several values of one frame or atom (ID3v2.4 and MP4 allow lists) read as one text.
 QString joined(const TagLib::StringList& values) {
-    return qString(values.toString(" / "));
+    return values.size() == 1 ? qString(values.front()) : qString(values.toString(" / "));
 }
 
 // What an Artwork item holds of these picture bytes: with only the fingerprint wanted, the bytes are hashed
@@ -122,7 +124,8 @@ TagItems fromId3v2(const TagLib::ID3v2::Tag& tag, PictureData pictures) {
     PictureChoice picture;
     for (const Frame* frame : tag.frameList()) {
         // Version 2.2 and 2.3 frames arrive under their version 2.4 names (PIC as APIC, TT2 as TIT2).
-        const TagLib::ByteVector& name = frame->frameID();
+        const TagLib::ByteVector id = frame->frameID();
+        const std::string_view name(id.data(), id.size()); // compared inline, not through TagLib
         if (name == "APIC") {
             if (const auto* apic = dynamic_cast<const AttachedPictureFrame*>(frame))
                 picture.offer(apic->picture(), apic->type() == AttachedPictureFrame::FrontCover);
@@ -158,23 +161,30 @@ TagItems fromNamedFields(const TagLib::PropertyMap& fields) {
     return out;
 }
 
-TagItems fromId3v1(const TagLib::ID3v1::Tag& tag) {
+// Only the fields the more trusted tags leave out: the others would never show.
+TagItems fromId3v1(const TagLib::ID3v1::Tag& tag, const QList<TagItems>& moreTrusted) {
+    const auto missing = [&moreTrusted](const auto& key) { return !given(moreTrusted, key); };
     TagItems out;
-    out.addText(CommonKey::Title, qString(tag.title()));
-    out.addText(CommonKey::Artist, qString(tag.artist()));
-    out.addText(CommonKey::AlbumName, qString(tag.album()));
-    if (tag.track() > 0)
+    if (missing(CommonKey::Title))
+        out.addText(CommonKey::Title, qString(tag.title()));
+    if (missing(CommonKey::Artist))
+        out.addText(CommonKey::Artist, qString(tag.artist()));
+    if (missing(CommonKey::AlbumName))
+        out.addText(CommonKey::AlbumName, qString(tag.album()));
+    if (tag.track() > 0 && missing(id::id3TrackNumber))
         out.addText(id::id3TrackNumber, QString::number(tag.track()));
     // A year, not a recording time: a version 2 tag's TYER beside it is the better source.
-    if (tag.year() > 0)
+    if (tag.year() > 0 && missing(id::id3Year))
         out.addText(id::id3Year, QString::number(tag.year()));
     // The code in parentheses, so that genre normalisation names it from the program's table (TagLib's own
     // spells some differently: "Alternative Rock" for "Alt. Rock"); codes past the table keep TagLib's name.
     const unsigned int genre = tag.genreNumber();
-    out.addText(id::id3ContentType, genre < unsigned(Id3Genres::names().size())
-                                        ? QStringLiteral("(%1)").arg(genre)
-                                        : qString(tag.genre()));
-    out.addText(id::id3Comments, qString(tag.comment()));
+    if (missing(id::id3ContentType))
+        out.addText(id::id3ContentType, genre < unsigned(Id3Genres::names().size())
+                                            ? QStringLiteral("(%1)").arg(genre)
+                                            : qString(tag.genre()));
+    if (missing(id::id3Comments))
+        out.addText(id::id3Comments, qString(tag.comment()));
     return out;
 }
 
@@ -292,7 +302,7 @@ AssetMetadata readMpeg(TagLib::IOStream* stream, PictureData pictures) {
         if (file.hasAPETag())
             tags.append(fromApe(*file.APETag(), pictures));
         if (file.hasID3v1Tag())
-            tags.append(fromId3v1(*file.ID3v1Tag()));
+            tags.append(fromId3v1(*file.ID3v1Tag(), tags));
     }
     return finish(file, tags, pictures);
 }
@@ -326,7 +336,7 @@ AssetMetadata readFlac(TagLib::IOStream* stream, PictureData pictures) {
         if (file.hasID3v2Tag())
             tags.append(fromId3v2(*file.ID3v2Tag(), pictures));
         if (file.hasID3v1Tag())
-            tags.append(fromId3v1(*file.ID3v1Tag()));
+            tags.append(fromId3v1(*file.ID3v1Tag(), tags));
     }
     return finish(file, tags, pictures);
 }

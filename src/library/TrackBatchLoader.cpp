@@ -30,15 +30,22 @@ QByteArray folderOf(const QByteArray& path) {
     return path.left(std::max<qsizetype>(path.lastIndexOf('/'), 0));
 }
 
-// Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
-template <typename Sequence, typename Work> void onPool(Sequence& sequence, Work work) {
-    if (sequence.isEmpty())
-        return;
-    QtConcurrent::blockingMap(MetadataLoader::pool(), sequence, [&work](auto& item) {
+// Starts `work` on every element on the loaders' pool.
+template <typename Sequence, typename Work> QFuture<void> startOnPool(Sequence& sequence, const Work& work) {
+    return QtConcurrent::map(MetadataLoader::pool(), sequence, [&work](auto& item) {
         BackgroundPriority::lowerCurrentThread();
         work(item);
     });
 }
+
+// Runs `work` on every element on the loaders' pool and waits; nothing to do costs nothing.
+template <typename Sequence, typename Work> void onPool(Sequence& sequence, const Work& work) {
+    if (!sequence.isEmpty())
+        startOnPool(sequence, work).waitForFinished();
+}
+
+// Files read at a time: while the pool reads a slice, this thread keeps what it read of the one before.
+constexpr qsizetype readSlice = 512;
 
 // The chunk's tracks. Only the cache's connection works on this thread; stamps, checks, decoding, reading
 // what the cache does not know and building the tracks run on the loaders' pool.
@@ -53,19 +60,36 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
             stored.insert(item.folder, cache.filesIn(item.folder));
     }
     static const FileMetadataReader reader(PictureData::Fingerprint); // only fingerprints are kept
-    onPool(pending, [&stored](Pending& item) {
-        item.stamp = FileStamp::of(item.path);
-        if (!item.stamp.exists)
-            return;
+    const auto read = [&stored](Pending& item) {
         const auto& files = *std::as_const(stored).constFind(item.folder);
         const auto entry = files.constFind(item.path.mid(item.folder.size() + 1));
-        if (entry != files.cend())
+        if (entry != files.cend()) {
+            item.stamp = FileStamp::of(item.path);
+            if (!item.stamp.exists)
+                return;
             item.facts = MetadataCache::facts(*entry, item.stamp);
-        if (!item.facts) {
-            item.facts = MetadataLoader::readFacts(item.path, reader);
-            item.read = true;
+            if (item.facts)
+                return;
         }
-    });
+        // A file the cache does not know is stamped as it is opened: one look at it, not two.
+        const AssetMetadata metadata = reader.read(item.path, item.stamp);
+        if (!item.stamp.exists)
+            item.stamp = FileStamp::of(item.path); // not opened: missing, or there but unreadable
+        if (!item.stamp.exists)
+            return;
+        item.facts = MetadataLoader::factsOf(item.path, metadata);
+        item.read = true;
+    };
+    // The entries of what pending[from, to) read from the files.
+    const auto readEntries = [&pending](qsizetype from, qsizetype to) {
+        QList<MetadataCache::FileEntry> entries;
+        for (qsizetype i = from; i < to; ++i) {
+            const Pending& item = std::as_const(pending)[i];
+            if (item.read)
+                entries.append({item.path, item.stamp, *item.facts});
+        }
+        return entries;
+    };
 
     // Folder covers, for the songs without a picture of their own: each folder once.
     struct FolderWork {
@@ -74,15 +98,7 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         MetadataCache::FolderEntry entry;
         bool scanned = false;
     };
-    QHash<QByteArray, qsizetype> folderIndex;
-    QList<FolderWork> folders;
-    for (const Pending& item : std::as_const(pending)) {
-        if (item.facts && item.facts->embeddedArtwork.isEmpty() && !folderIndex.contains(item.folder)) {
-            folderIndex.insert(item.folder, folders.size());
-            folders.append({item.request->url, cache.folder(item.folder), {item.folder, 0, 0, {}}, false});
-        }
-    }
-    onPool(folders, [](FolderWork& work) {
+    const auto findPicture = [](FolderWork& work) {
         const std::optional<FolderPicture> known =
             work.stored ? MetadataCache::picture(*work.stored) : std::nullopt;
         if (known) {
@@ -94,25 +110,53 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         work.entry = MetadataCache::folderStamp(path);
         work.entry.picture = MetadataLoader::folderPicture(work.song);
         work.scanned = true;
-    });
+    };
+    QHash<QByteArray, qsizetype> folderIndex;
+    QList<FolderWork> folders;
+    folders.reserve(pending.size()); // never moved while the pool works on them
 
-    QList<MetadataCache::FileEntry> readFiles;
-    for (const Pending& item : std::as_const(pending)) {
-        if (item.read)
-            readFiles.append({item.path, item.stamp, *item.facts});
+    // In rounds, each a slice of files to read and the covers of the folders the slice before needs, while
+    // this thread keeps what that slice read; a last round for the last slice's folders.
+    qsizetype kept = 0;    // the requests before this one have their entries kept and their folders known
+    qsizetype started = 0; // the folders before this one are searched or being searched
+    for (qsizetype start = 0; kept < pending.size(); start = std::min(start + readSlice, pending.size())) {
+        for (qsizetype i = kept; i < start; ++i) {
+            const Pending& item = std::as_const(pending)[i];
+            if (item.facts && item.facts->embeddedArtwork.isEmpty() && !folderIndex.contains(item.folder)) {
+                folderIndex.insert(item.folder, folders.size());
+                folders.append(
+                    {item.request->url, cache.folder(item.folder), {item.folder, 0, 0, {}}, false});
+            }
+        }
+        Pending* const files = pending.data() + start;
+        const qsizetype fileCount = std::min(start + readSlice, pending.size()) - start;
+        FolderWork* const newFolders = folders.data() + started;
+        QList<qsizetype> jobs(fileCount + folders.size() - started);
+        std::iota(jobs.begin(), jobs.end(), 0);
+        const auto job = [&](qsizetype i) {
+            if (i < fileCount)
+                read(files[i]);
+            else
+                findPicture(newFolders[i - fileCount]);
+        };
+        QFuture<void> round = startOnPool(jobs, job);
+        cache.remember(readEntries(kept, start));
+        kept = start;
+        started = folders.size();
+        round.waitForFinished();
     }
+
     QList<MetadataCache::FolderEntry> scannedFolders;
     for (const FolderWork& work : std::as_const(folders)) {
         if (work.scanned)
             scannedFolders.append(work.entry);
     }
-    cache.remember(readFiles, scannedFolders);
 
     QList<Track> tracks(pending.size());
     Track* const built = tracks.data();
     QList<qsizetype> indexes(pending.size());
     std::iota(indexes.begin(), indexes.end(), 0);
-    onPool(indexes, [&](qsizetype i) {
+    const auto build = [&](qsizetype i) {
         const Pending& item = pending.at(i);
         const TrackRequest& request = *item.request;
         if (!item.facts) {
@@ -123,7 +167,10 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
         built[i] = MetadataLoader::trackFrom(
             request.url, request.hint, *item.facts,
             folder == folderIndex.cend() ? FolderPicture() : folders.at(*folder).entry.picture);
-    });
+    };
+    QFuture<void> building = startOnPool(indexes, build);
+    cache.remember({}, scannedFolders);
+    building.waitForFinished();
     return tracks;
 }
 

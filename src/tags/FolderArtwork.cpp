@@ -13,7 +13,10 @@
 #include <QImageWriter>
 #include <QPainter>
 
+#include <dirent.h>
+
 #include <algorithm>
+#include <memory>
 
 namespace {
 
@@ -76,13 +79,68 @@ const QList<QString>& imageExtensions() {
     return extensions;
 }
 
+// The names in the folder, as the file system lists them. Read straight from the directory so that only
+// the image files among them are looked at further: a folder of songs costs one listing, not a stat per song.
+QStringList namesIn(const QString& folder) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(QFile::encodeName(folder).constData()), closedir);
+    QStringList names;
+    if (!dir)
+        return names;
+    while (const dirent* entry = readdir(dir.get()))
+        names.append(QFile::decodeName(entry->d_name));
+    return names;
+}
+
+// The image format the file's first bytes announce ("jpeg", "png", …); empty when none does.
+QByteArray formatOfHeader(const QByteArray& head) {
+    struct Signature {
+        qsizetype offset;
+        QByteArrayView bytes;
+        const char* format;
+    };
+    static constexpr Signature signatures[] = {
+        {0, "\xFF\xD8\xFF", "jpeg"},
+        {0, "\x89PNG\r\n\x1A\n", "png"},
+        {0, "GIF87a", "gif"},
+        {0, "GIF89a", "gif"},
+        {0, "BM", "bmp"},
+        {0, {"II*\0", 4}, "tiff"},
+        {0, {"MM\0*", 4}, "tiff"},
+        {4, "ftypheic", "heic"},
+        {4, "ftypheix", "heic"},
+        {4, "ftypmif1", "heic"},
+        {4, "ftypmsf1", "heic"},
+    };
+    for (const Signature& signature : signatures) {
+        if (QByteArrayView(head).sliced(std::min(signature.offset, head.size())).startsWith(signature.bytes))
+            return signature.format;
+    }
+    return {};
+}
+
+// Whether the file's header is that of an image this build can decode. A few bytes decide it: opening an
+// image reader for every folder of a large library costs more than reading the songs' tags. Qt always
+// decodes JPEG, PNG, GIF and BMP; TIFF and HEIC need plugins that may be missing, and asking which are
+// there loads every plugin, so it is asked only once such a file turns up.
+bool readsAsImage(const QString& path) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    const QByteArray format = formatOfHeader(file.read(12));
+    if (format.isEmpty())
+        return false;
+    if (format != "tiff" && format != "heic")
+        return true;
+    static const QList<QByteArray> decodable = QImageReader::supportedImageFormats();
+    return decodable.contains(format);
+}
+
 } // namespace
 
 std::optional<QUrl> FolderArtwork::imageFor(const QUrl& songUrl) {
     for (const QUrl& folder : searchedFolders(songUrl)) {
         for (const Candidate& candidate : candidates(folder)) {
-            QImageReader reader(candidate.url.toLocalFile());
-            if (reader.canRead() && reader.size().isValid())
+            if (readsAsImage(candidate.url.toLocalFile()))
                 return candidate.url;
         }
     }
@@ -92,18 +150,20 @@ std::optional<QUrl> FolderArtwork::imageFor(const QUrl& songUrl) {
 QList<FolderArtwork::Candidate> FolderArtwork::candidates(const QUrl& folderUrl) {
     // Only regular files (or links to them): reading a FIFO or a device named cover.jpg would block or
     // never end. Hidden files are listed here and skipped by name below, the same on every file system.
-    const QDir dir(folderPath(folderUrl));
-    const QFileInfoList entries = dir.entryInfoList(QDir::Files | QDir::Hidden, QDir::Name);
+    const QString folder = folderPath(folderUrl);
     QList<Candidate> result;
-    for (const QFileInfo& entry : entries) {
-        const QString name = entry.fileName();
-        if (name.startsWith(u'.') || !entry.isFile() ||
-            !imageExtensions().contains(FileNames::extension(name)))
+    for (const QString& name : namesIn(folder)) {
+        if (!imageExtensions().contains(FileNames::extension(name)))
+            continue;
+        const QFileInfo entry(folder + u'/' + name);
+        if (name.startsWith(u'.') || !entry.isFile())
             continue;
         result.append(
             {QUrl::fromLocalFile(entry.absoluteFilePath()), rank(name), std::max<qint64>(entry.size(), 0)});
     }
-    std::stable_sort(result.begin(), result.end(), [](const Candidate& a, const Candidate& b) {
+    std::sort(result.begin(), result.end(), [](const Candidate& a, const Candidate& b) {
+        if (a.rank == b.rank && a.size == b.size)
+            return a.url.fileName() < b.url.fileName();
         return a.rank != b.rank ? a.rank > b.rank : a.size > b.size;
     });
     return result;

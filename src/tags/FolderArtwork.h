@@ -26,8 +26,9 @@ public:
     FolderArtwork() = delete;
 
     // The image file to make the song's picture from, found without decoding any image: the best candidate
-    // whose header reads as an image, in the song's folder (a local file URL), then in the one above. For
-    // loaders that keep only where a picture is and make it when it is shown.
+    // whose header reads as an image (its first bytes are those of a format this build decodes), in the
+    // song's folder (a local file URL), then in the one above. For loaders that keep only where a picture
+    // is and make it when it is shown.
     static std::optional<QUrl> imageFor(const QUrl& songUrl);
     // The folder's visible regular image files, best first: by rank, then larger file, then by name.
     static QList<Candidate> candidates(const QUrl& folderUrl);

@@ -126,9 +126,18 @@ bool readsAsImage(const QString& path) {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    const QByteArray format = formatOfHeader(file.read(12));
+    const QByteArray head = file.read(16);
+    const QByteArray format = formatOfHeader(head);
     if (format.isEmpty())
         return false;
+    // A file that only begins like a JPEG or PNG is passed over: its header must go on to give the
+    // picture's size, as the decoder will ask first.
+    if (format == "jpeg") {
+        const auto layout = file.seek(0) ? readJpegLayout(file) : std::nullopt;
+        return layout && !layout->size.isEmpty();
+    }
+    if (format == "png")
+        return head.mid(12, 4) == "IHDR";
     if (format != "tiff" && format != "heic")
         return true;
     static const QList<QByteArray> decodable = QImageReader::supportedImageFormats();

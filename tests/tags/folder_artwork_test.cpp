@@ -52,18 +52,21 @@ QByteArray hugeGreyJpeg(int side) {
 }
 
 // Creates the files of one folder described as "name" (a small valid image), "name+N" (a valid image
-// padded with N more bytes), "name!" (undecodable bytes), "name|" (a FIFO).
+// padded with N more bytes), "name!" (undecodable bytes), "name~" (the first bytes of a JPEG, then damage),
+// "name|" (a FIFO).
 bool makeFolder(const QString& folder, const QStringList& files) {
     bool ok = QDir().mkpath(folder);
     for (const QString& description : files) {
         QString name = description.section(u'+', 0, 0);
-        if (QStringView(u"!|").contains(name.back()))
+        if (QStringView(u"!~|").contains(name.back()))
             name.chop(1);
         const QString path = folder + u'/' + name;
         if (description.endsWith(u'|'))
             ok = ok && mkfifo(QFile::encodeName(path).constData(), 0600) == 0;
         else if (description.endsWith(u'!'))
             ok = ok && writeFile(path, QByteArray(4096, 'x'));
+        else if (description.endsWith(u'~')) // begins like a JPEG, then is damaged
+            ok = ok && writeFile(path, "\xFF\xD8\xFF\xE0" + QByteArray(4092, 'x'));
         else
             ok = ok && writeFile(path, fixtures::pictureBytes("PNG", Qt::red) +
                                            QByteArray(description.section(u'+', 1).toInt(), '\0'));
@@ -104,7 +107,8 @@ private slots:
         QTest::addRow("larger among equal ranks") << QStringList{"a.jpg", "b.png+3000", "c.jpg+1000"}
                                                   << QStringList{"b.png", "c.jpg", "a.jpg"} << "b.png";
         QTest::addRow("corrupt best falls to next")
-            << QStringList{"cover.jpg!", "back.png"} << QStringList{"cover.jpg", "back.png"} << "back.png";
+            << QStringList{"cover.jpg!", "folder.jpg~", "back.png"}
+            << QStringList{"cover.jpg", "folder.jpg", "back.png"} << "back.png";
         QTest::addRow("only regular, visible files")
             << QStringList{".cover.jpg", "folder.jpg|", "scan.png"} << QStringList{"scan.png"} << "scan.png";
         QTest::addRow("image extensions only, nothing decodes")

@@ -295,25 +295,25 @@ namespace {
 
 // One prepared statement of the connection, run row after row with the values bound in place: a load
 // keeps thousands of entries in one go, and Qt's binding costs more per value than SQLite's insert.
-class Insert {
+class Statement {
 public:
-    Insert(sqlite3* db, const char* sql) {
+    Statement(sqlite3* db, const char* sql) {
         m_ok = sqlite3_prepare_v2(db, sql, -1, &m_statement, nullptr) == SQLITE_OK;
     }
-    ~Insert() { sqlite3_finalize(m_statement); }
-    Insert(const Insert&) = delete;
-    Insert& operator=(const Insert&) = delete;
+    ~Statement() { sqlite3_finalize(m_statement); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
 
-    Insert& bind(const QByteArray& bytes) {
+    Statement& bind(const QByteArray& bytes) {
         m_ok = m_ok && sqlite3_bind_blob64(m_statement, ++m_column, bytes.constData(),
                                            sqlite3_uint64(bytes.size()), SQLITE_STATIC) == SQLITE_OK;
         return *this;
     }
-    Insert& bind(qint64 number) {
+    Statement& bind(qint64 number) {
         m_ok = m_ok && sqlite3_bind_int64(m_statement, ++m_column, number) == SQLITE_OK;
         return *this;
     }
-    // Inserts the bound row; false once anything has failed.
+    // Runs it with the bound values; false once anything has failed.
     bool run() {
         m_ok = m_ok && sqlite3_step(m_statement) == SQLITE_DONE;
         sqlite3_reset(m_statement);
@@ -329,8 +329,9 @@ private:
 
 } // namespace
 
-void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders) {
-    if (!m_usable || (files.isEmpty() && folders.isEmpty()))
+void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders,
+                             const QList<QByteArray>& gone) {
+    if (!m_usable || (files.isEmpty() && folders.isEmpty() && gone.isEmpty()))
         return;
     QSqlDatabase db = QSqlDatabase::database(m_connection, false);
     sqlite3* const handle = *static_cast<sqlite3* const*>(db.driver()->handle().constData());
@@ -341,7 +342,7 @@ void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEn
     }
     bool ok = true;
     {
-        Insert file(handle, "INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?)");
+        Statement file(handle, "INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?)");
         for (qsizetype i = 0; ok && i < files.size(); ++i) {
             const FileEntry& entry = files[i];
             if (!entry.stamp.regular)
@@ -354,7 +355,12 @@ void MetadataCache::remember(const QList<FileEntry>& files, const QList<FolderEn
                      .bind(encoded(entry.facts))
                      .run();
         }
-        Insert folder(handle, "INSERT OR REPLACE INTO folders VALUES (?, ?, ?, ?, ?, ?, ?)");
+        Statement forget(handle, "DELETE FROM files WHERE folder = ? AND name = ?");
+        for (qsizetype i = 0; ok && i < gone.size(); ++i) {
+            const auto [folder, name] = splitPath(gone[i]);
+            ok = forget.bind(folder).bind(name).run();
+        }
+        Statement folder(handle, "INSERT OR REPLACE INTO folders VALUES (?, ?, ?, ?, ?, ?, ?)");
         for (qsizetype i = 0; ok && i < folders.size(); ++i) {
             const FolderEntry& entry = folders[i];
             const QByteArray image =

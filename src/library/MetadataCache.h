@@ -73,8 +73,9 @@ public:
     // The folder's and its parent's modification times now, for a FolderEntry.
     static FolderEntry folderStamp(const QByteArray& folderPath);
 
-    // Keeps these, in one transaction.
-    void remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders = {});
+    // Keeps these and drops the entries of the files at the paths `gone`, in one transaction.
+    void remember(const QList<FileEntry>& files, const QList<FolderEntry>& folders = {},
+                  const QList<QByteArray>& gone = {});
 
     // Keeps the tags just saved into `track`'s file, so the next start does not read it again. Runs on the
     // global pool; the future finishes when the entry is written (or could not be).

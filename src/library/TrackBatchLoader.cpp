@@ -6,6 +6,7 @@
 #include "library/MetadataLoader.h"
 
 #include <QHash>
+#include <QSet>
 #include <QThreadPool>
 #include <QtConcurrent>
 
@@ -24,6 +25,7 @@ struct Pending {
     FileStamp stamp;
     std::optional<FileFacts> facts; // none for a missing file
     bool read = false;              // facts read from the file now, not taken from the cache
+    bool known = false;             // the cache had an entry for the file
 };
 
 QByteArray folderOf(const QByteArray& path) {
@@ -47,6 +49,45 @@ template <typename Sequence, typename Work> void onPool(Sequence& sequence, cons
 // Files read at a time: while the pool reads a slice, this thread keeps what it read of the one before.
 constexpr qsizetype readSlice = 512;
 
+// The files the cache knows in the chunk's folders that are no longer there (deleted, or renamed since), so
+// that their entries go and the cache does not grow with every rename. Where the chunk asked for every file
+// the cache knows in a folder, as adding the folder does, nothing more is looked at; otherwise each file it
+// did not ask for is looked at on the pool.
+QList<QByteArray> goneFiles(const QList<Pending>& pending,
+                            const QHash<QByteArray, QHash<QByteArray, MetadataCache::StoredFile>>& stored) {
+    QList<QByteArray> gone;
+    QHash<QByteArray, qsizetype> knownAsked; // folder -> known files asked for
+    for (const Pending& item : pending) {
+        if (!item.known)
+            continue;
+        if (!item.stamp.exists)
+            gone.append(item.path);
+        ++knownAsked[item.folder];
+    }
+    QSet<QByteArray> asked;
+    QList<std::pair<QByteArray, bool>> unasked; // path, still there
+    for (auto folder = stored.cbegin(); folder != stored.cend(); ++folder) {
+        if (knownAsked.value(folder.key()) == folder->size())
+            continue;
+        if (asked.isEmpty()) {
+            for (const Pending& item : pending)
+                asked.insert(item.path);
+        }
+        for (auto name = folder->keyBegin(); name != folder->keyEnd(); ++name) {
+            QByteArray path = folder.key() + '/' + *name;
+            if (!asked.contains(path))
+                unasked.append({std::move(path), true});
+        }
+    }
+    onPool(unasked,
+           [](std::pair<QByteArray, bool>& file) { file.second = FileStamp::of(file.first).exists; });
+    for (const auto& [path, there] : std::as_const(unasked)) {
+        if (!there)
+            gone.append(path);
+    }
+    return gone;
+}
+
 // The chunk's tracks. Only the cache's connection works on this thread; stamps, checks, decoding, reading
 // what the cache does not know and building the tracks run on the loaders' pool.
 QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
@@ -63,7 +104,8 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
     const auto read = [&stored](Pending& item) {
         const auto& files = *std::as_const(stored).constFind(item.folder);
         const auto entry = files.constFind(item.path.mid(item.folder.size() + 1));
-        if (entry != files.cend()) {
+        item.known = entry != files.cend();
+        if (item.known) {
             item.stamp = FileStamp::of(item.path);
             if (!item.stamp.exists)
                 return;
@@ -169,7 +211,7 @@ QList<Track> loadChunk(QList<Pending>& pending, MetadataCache& cache) {
             folder == folderIndex.cend() ? FolderPicture() : folders.at(*folder).entry.picture);
     };
     QFuture<void> building = startOnPool(indexes, build);
-    cache.remember({}, scannedFolders);
+    cache.remember({}, scannedFolders, goneFiles(pending, stored));
     building.waitForFinished();
     return tracks;
 }
@@ -186,7 +228,7 @@ QList<Track> loadTracksNow(const QList<TrackRequest>& requests, const QString& c
         const qsizetype end = std::min(start + chunkSize, requests.size());
         pending.resize(end - start);
         for (qsizetype i = start; i < end; ++i)
-            pending[i - start] = Pending{&requests[i], {}, {}, {}, {}, false};
+            pending[i - start] = Pending{&requests[i], {}, {}, {}, {}, false, false};
         tracks.append(loadChunk(pending, cache));
     }
     return tracks;

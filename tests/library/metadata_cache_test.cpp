@@ -16,6 +16,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -167,6 +168,18 @@ private slots:
                      MetadataCache::version + 1); // left as it was
         if (fault.endsWith("cache"))
             QCOMPARE(load(trusted), expected); // and the cache works again
+    }
+
+    // A file renamed since the last load leaves no entry behind once its folder is loaded again.
+    void forgetsFilesThatAreGone() {
+        const QString renamed = m_music.filePath("album/3.mp3");
+        QVERIFY(QFile::rename(m_songs[1].toLocalFile(), renamed));
+        m_songs[1] = QUrl::fromLocalFile(renamed);
+        QCOMPARE(load(), "Alpha [Embedded in file]|Bravo [Folder: cover.jpg]");
+        QList<QByteArray> names =
+            MetadataCache(m_cache).filesIn(QFile::encodeName(m_music.filePath("album"))).keys();
+        std::sort(names.begin(), names.end());
+        QCOMPARE(names, (QList<QByteArray>{"1.mp3", "3.mp3"}));
     }
 
     // Run by "two processes at once" in other processes: loads the songs it is given and prints them.

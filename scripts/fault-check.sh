@@ -118,6 +118,7 @@ model-paused-is-playing @@ src/ui/TrackListModel.cpp @@ track_list_model_test so
 cache-stamp-ignored @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (!stamp.regular || stored.stamp != stamp) @@ if (!stamp.regular)
 cache-seconds-only @@ src/library/FileStamp.cpp @@ metadata_cache_test @@ * 1000000000 + status.st_mtim.tv_nsec @@ * 1000000000
 cache-newer-version-used @@ src/library/MetadataCache.cpp @@ metadata_cache_test @@ if (found > version) { @@ if (found > version + 1) {
+cache-gone-kept @@ src/library/TrackBatchLoader.cpp @@ metadata_cache_test @@ gone.append(path); @@ (void)path;
 store-insert-announced-late @@ src/store/LibraryStore.cpp @@ library_store_test @@ TrackListChange::inserted(int(at), int(added)) @@ TrackListChange::inserted(int(at) + 1, int(added))
 EOF
 )
